@@ -1,0 +1,15 @@
+# FFmpeg::avcodec, FFmpeg::avformat, ... : the interface of FFmpeg 7.1, neither older nor 8.
+find_package(PkgConfig REQUIRED)
+function(find_ffmpeg name minimum below)
+  pkg_check_modules(${name} QUIET IMPORTED_TARGET "lib${name}>=${minimum}" "lib${name}<${below}")
+  if(NOT ${name}_FOUND)
+    message(FATAL_ERROR "lib${name} ${minimum} or newer and below ${below} is needed (FFmpeg 7.1); "
+                        "install FFmpeg 7.1's development files, or build through ./dev.")
+  endif()
+  add_library(FFmpeg::${name} ALIAS PkgConfig::${name})
+endfunction()
+find_ffmpeg(avutil     59.39 60)
+find_ffmpeg(avcodec    61.19 62)
+find_ffmpeg(avformat   61.7  62)
+find_ffmpeg(swscale    8.3   9)
+find_ffmpeg(swresample 5.3   6)
