@@ -1,0 +1,1 @@
+#include "Proc/Wrappers/Tessadrin/OutputFormat.h"

@@ -1,0 +1,1 @@
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
