@@ -56,16 +56,9 @@ TEST(CodecList, MissesNameWhatWasAskedFor)
 }
 
 // FFmpeg's own descriptors are the other opinion: the kind of every listed codec, and its name, which the
-// pipeline's text follows but for the few written down here.
+// pipeline's text repeats.
 TEST(CodecList, AgreesWithEveryDescriptorOfFFmpeg)
 {
-    const std::map<AVCodecID, std::string> named = {
-        {AV_CODEC_ID_HEVC,            "h265"           },
-        {AV_CODEC_ID_NONE,            "none"           },
-        {AV_CODEC_ID_ALIAS_PIX,       "pix"            },
-        {AV_CODEC_ID_FLV1,            "flv1"           },
-        {AV_CODEC_ID_DVD_SUBTITLE,    "dvd_subtitle"   },
-    };
     const struct {
         AVMediaType kind;
         const std::map<AVCodecID, std::string>& map;
@@ -92,15 +85,14 @@ TEST(CodecList, AgreesWithEveryDescriptorOfFFmpeg)
         }
         ++listed;
         EXPECT_EQ(CodecIDFromTextID(entry->second), known->id);
-        const auto differs = named.find(known->id);
-        const std::string mine = differs == named.end() ? known->name : differs->second;
-        (void)mine;
+        EXPECT_EQ(entry->second, known->name);
     }
     std::set<std::string> texts;
     for (const auto& [id, text] : GetFFCodecsMap())
         texts.insert(text);
     EXPECT_EQ(texts.size(), GetFFCodecsMap().size()) << "two codecs share a text";
-    EXPECT_GE(listed, 350);
+    // FFmpeg describes no codec for these: no codec, probing, MPEG-4 systems, metadata.
+    EXPECT_EQ(listed + 4, static_cast<int>(texts.size()));
 }
 
 }  // namespace
