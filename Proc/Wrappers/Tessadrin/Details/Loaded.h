@@ -2,6 +2,8 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
+#include "Proc/Wrappers/Tessadrin/Details/InputCatalogue.h"
+#include "Proc/Wrappers/Tessadrin/Details/OutputCatalogue.h"
 
 namespace Quorva::Proc::Details {
 
@@ -9,6 +11,8 @@ namespace Quorva::Proc::Details {
 /// No other object of the library has a dynamic initialiser.
 struct Loaded {
     CodecMaps codecs;
+    InputCatalogue inputs;
+    OutputCatalogue outputs;
 };
 
 /// The one instance; complete before any caller of the library runs, read-only afterwards.
