@@ -4,6 +4,7 @@
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
 #include "Proc/Wrappers/Tessadrin/Details/InputCatalogue.h"
 #include "Proc/Wrappers/Tessadrin/Details/OutputCatalogue.h"
+#include "Proc/Wrappers/Tessadrin/Details/Selection.h"
 
 namespace Quorva::Proc::Details {
 
@@ -11,6 +12,7 @@ namespace Quorva::Proc::Details {
 /// No other object of the library has a dynamic initialiser.
 struct Loaded {
     CodecMaps codecs;
+    Selection selection;
     InputCatalogue inputs;
     OutputCatalogue outputs;
 };
