@@ -67,8 +67,8 @@ private:
 
 /// The start of a WAVE file: one demuxer knows it, and doesn't give it the full score.
 constexpr uint8_t knownFile[44 + AVPROBE_PADDING_SIZE] = {
-    'R', 'I', 'F', 'F', 36, 0, 0, 0, 'W', 'A', 'V', 'E', 'f', 'm', 't', ' ', 16,  0,   0,   0, 1, 0,
-    1,   0,   0x40, 0x1f, 0, 0, 0x80, 0x3e, 0, 0, 2, 0, 16, 0, 'd', 'a', 't', 'a', 0, 0, 0, 0,
+    'R', 'I', 'F',  'F',  36, 0, 0,    0,    'W', 'A', 'V', 'E', 'f', 'm', 't', ' ', 16,  0,   0, 0, 1, 0,
+    1,   0,   0x40, 0x1f, 0,  0, 0x80, 0x3e, 0,   0,   2,   0,   16,  0,   'd', 'a', 't', 'a', 0, 0, 0, 0,
 };
 
 bool ScoresAsFFmpegDoes() noexcept

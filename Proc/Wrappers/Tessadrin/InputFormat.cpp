@@ -37,9 +37,9 @@ InputCatalogue::InputCatalogue(std::span<const AVInputFormat* const> demuxers,
 {
     known.reserve(std::size(namedInputRows) + std::size(recognisedInputRows) + std::size(plainInputRows));
     for (const auto& [demuxer, format] : namedInputRows)
-        known.emplace(demuxer, KnownInputFormat{.format = *format});
+        known.emplace(demuxer, KnownInputFormat{*format});
     for (const auto& [demuxer, fromProbe, fromContext] : recognisedInputRows)
-        known.emplace(demuxer.Get(), KnownInputFormat{.fromProbe = fromProbe, .fromContext = fromContext});
+        known.emplace(demuxer.Get(), KnownInputFormat{{}, fromProbe, fromContext});
     for (const char* demuxer : plainInputRows)
         known.emplace(demuxer, KnownInputFormat{});
 
@@ -186,7 +186,8 @@ const std::unordered_map<std::string, const AVInputFormat*>& GetFFMPEGSupportedI
 bool IsSingleImageContainer(const std::string& format, AVFormatContext* context)
 {
     if (format == IFormatFile::FORMAT_GIF && context->nb_streams == 1 &&
-        context->streams[0]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && context->streams[0]->nb_frames == 1)
+        context->streams[0]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+        context->streams[0]->nb_frames == 1)
         return true;
     return Conf::GetImageContainerSet(Conf::AnimatedImages::Exclude).contains(format);
 }

@@ -24,8 +24,8 @@ TESSADRIN_API const AVOutputFormat* GetOutputFormat(const std::string& format);
 TESSADRIN_API const std::unordered_map<std::string, const AVOutputFormat*>& GetFFMPEGSupportedOutputFormats();
 
 /// FFmpeg's names of the muxers that the pipeline uses, 70 rows in no particular order. With each comes the
-/// MIME type that tells muxers of the same name apart, empty where there is one only. This build of FFmpeg may
-/// lack some of them.
+/// MIME type that tells muxers of the same name apart, empty where there is one only. This build of FFmpeg
+/// may lack some of them.
 TESSADRIN_API std::vector<std::pair<std::string, std::string>> GetFFMPEGRealOutputFormats();
 
 }  // namespace Quorva::Proc

@@ -23,12 +23,13 @@ struct DemuxerHead {
 /// @param demuxer  of libavformat; not null
 ReadProbe av_input_format_get_read_probe_func(const AVInputFormat* demuxer) noexcept;
 
-/// Tells demuxers of one family: they share it. Null when this libavformat isn't laid out as DemuxerHead says.
+/// Tells demuxers of one family: they share it. Null when this libavformat isn't laid out as DemuxerHead
+/// says.
 /// @param demuxer  of libavformat; not null
 ReadHeader av_input_format_get_read_header_func(const AVInputFormat* demuxer) noexcept;
 
-/// Whether DemuxerHead holds for these demuxers: whatever it finds in them is null or code of the library that
-/// holds the demuxer, and a probe that it finds scores a known file as FFmpeg's own search does.
+/// Whether DemuxerHead holds for these demuxers: whatever it finds in them is null or code of the library
+/// that holds the demuxer, and a probe that it finds scores a known file as FFmpeg's own search does.
 /// @param demuxers  as av_demuxer_iterate(); at least one
 bool ProveDemuxerHead(const AVInputFormat* (*iterate)(void** position)) noexcept;
 

@@ -12,7 +12,7 @@ namespace Quorva::Proc::Details {
 
 /// What the pipeline knows of one demuxer.
 struct KnownInputFormat {
-    std::string_view format;                   ///< static text; empty when the demuxer's name is the format's
+    std::string_view format{};                 ///< static text; empty when the demuxer's name is the format's
     ProbeRecogniser* fromProbe = nullptr;      ///< may be null
     ContextRecogniser* fromContext = nullptr;  ///< may be null
 };

@@ -10,9 +10,9 @@
 namespace Quorva::Proc::Details {
 
 struct OutputRow {
-    const std::string* muxer;    ///< FFmpeg's name of it
-    std::string_view mimeType;   ///< which of several muxers of that name; empty when there is one
-    const std::string* format;   ///< what that one writes; null when it is the muxer's name
+    const std::string* muxer;   ///< FFmpeg's name of it
+    std::string_view mimeType;  ///< which of several muxers of that name; empty when there is one
+    const std::string* format;  ///< what that one writes; null when it is the muxer's name
 };
 
 /// A format that another one's muxer writes.

@@ -18,10 +18,9 @@ using TagMissingKey = boost::error_info<struct TagMissingKeyName, std::string>;
 [[noreturn]] inline void RaiseMissingKey(const std::string& key, const char* function,
                                          std::source_location here)
 {
-    boost::throw_exception(
-        boost::enable_error_info(std::out_of_range("invalid unordered_map<K, T> key"))
-            << TagMissingKey(key) << TagCallStack(GetCallStack()),
-        {here.file_name(), here.line(), function, here.column()});
+    boost::throw_exception(boost::enable_error_info(std::out_of_range("invalid unordered_map<K, T> key"))
+                               << TagMissingKey(key) << TagCallStack(GetCallStack()),
+                           {here.file_name(), here.line(), function, here.column()});
 }
 
 /// The value under a key that a table can't do without.
