@@ -1,5 +1,5 @@
 // Loads the library at run time, the way a plug-in is loaded. Not linked to it.
-// Usage: LoadChild LIBRARY normal|wrong|missing
+// Usage: LoadChild LIBRARY normal|wrong|missing|nomov
 
 #include "Proc/Wrappers/Tessadrin/Export.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
@@ -8,7 +8,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -57,6 +59,15 @@ TESSADRIN_API const AVPixFmtDescriptor* av_pix_fmt_desc_get(AVPixelFormat format
         return &wrong;
     }
     return real;
+}
+
+TESSADRIN_API const AVInputFormat* av_demuxer_iterate(void** position)
+{
+    const auto next = Next(av_demuxer_iterate, "av_demuxer_iterate");
+    const AVInputFormat* demuxer = next(position);
+    if (mode == "nomov" && demuxer && std::string_view(demuxer->name).starts_with("mov,"))
+        demuxer = next(position);
+    return demuxer;
 }
 
 TESSADRIN_API int avformat_network_init(void)
