@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
+#include "Proc/Wrappers/Tessadrin/Details/FFmpegSetup.h"
 #include "Proc/Wrappers/Tessadrin/Details/InputCatalogue.h"
 #include "Proc/Wrappers/Tessadrin/Details/OutputCatalogue.h"
 #include "Proc/Wrappers/Tessadrin/Details/Selection.h"
@@ -13,6 +14,8 @@ namespace Quorva::Proc::Details {
 struct Loaded {
     CodecMaps codecs;
     Selection selection;
+    FFmpegSetup ffmpeg;
+    // The error texts, the log bridge's locks, the MP4 object types: constant data, nothing to build.
     InputCatalogue inputs;
     OutputCatalogue outputs;
 };
