@@ -2,6 +2,8 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
+#include "Proc/Wrappers/Tessadrin/Details/FFmpegSetup.h"
+#include "Proc/Wrappers/Tessadrin/Details/Selection.h"
 
 namespace Quorva::Proc::Details {
 
@@ -9,6 +11,9 @@ namespace Quorva::Proc::Details {
 /// No other object of the library has a dynamic initialiser.
 struct Loaded {
     CodecMaps codecs;
+    Selection selection;
+    FFmpegSetup ffmpeg;
+    // The error texts, the log bridge's locks, the MP4 object types: constant data, nothing to build.
 };
 
 /// The one instance; complete before any caller of the library runs, read-only afterwards.
