@@ -3,6 +3,8 @@
 
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
 #include "Proc/Wrappers/Tessadrin/Details/FFmpegSetup.h"
+#include "Proc/Wrappers/Tessadrin/Details/InputCatalogue.h"
+#include "Proc/Wrappers/Tessadrin/Details/OutputCatalogue.h"
 #include "Proc/Wrappers/Tessadrin/Details/Selection.h"
 
 namespace Quorva::Proc::Details {
@@ -14,6 +16,8 @@ struct Loaded {
     Selection selection;
     FFmpegSetup ffmpeg;
     // The error texts, the log bridge's locks, the MP4 object types: constant data, nothing to build.
+    InputCatalogue inputs;
+    OutputCatalogue outputs;
 };
 
 /// The one instance; complete before any caller of the library runs, read-only afterwards.
