@@ -10,7 +10,8 @@
 
 namespace Quorva::Media {
 
-/// A format name: one of the pipeline's constants, or, for formats it has none for, a demuxer's name.
+/// A format name: one of the pipeline's constants, or, for formats it has none for, a demuxer's name; "" for
+/// "not recognised".
 class FormatName {
 public:
     constexpr FormatName() = default;
@@ -43,7 +44,7 @@ struct MediaRow {
     const char* options;  ///< the muxer's, as "key=value:key=value"; may be null
 
     FormatName format;     ///< detected from 64 KiB and the extension
-    FormatName bare;       ///< detected without the extension; not set: the same
+    FormatName bare;       ///< detected from the bytes alone, without any name; not set: the same
     FormatName container;  ///< found in the opened file; not set: the same as `format`
     bool still = false;    ///< one image and nothing else
 };
