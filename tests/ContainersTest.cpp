@@ -4,8 +4,8 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "host/FoundationIO.h"
+#include "tests/support/MadeMedia.h"
 #include "tests/support/MediaFiles.h"
-#include "tests/support/SharedMedia.h"
 
 extern "C" {
 #include <libavutil/adler32.h>
@@ -174,7 +174,7 @@ TEST_P(Containers, AreDetectedAndReadToTheEnd)
     const Media::MediaRow& row = GetParam();
     if (const std::string lacks = Media::Lacks(row); !lacks.empty())
         GTEST_SKIP() << row.file << ": this FFmpeg has " << lacks;
-    const fs::path path = Media::MediaFile(row.file);
+    const fs::path path = Media::MadeFile(row.file);
     const std::string format = row.format.Get();
 
     const auto probe = ProbeOf(path);
@@ -235,12 +235,10 @@ INSTANTIATE_TEST_SUITE_P(Made, Containers, testing::ValuesIn(Media::MediaRows())
 // it through the callbacks. Nothing is decoded, so a codec's trouble with damage is not met here.
 TEST(ContainersOfOthers, ReadAlikeThroughTheCallbacks)
 {
-    const auto folder = SharedMedia();
-    if (!folder)
-        GTEST_SKIP() << "no shared/media beside the checkout, and TESSADRIN_MEDIA is not set";
+    SKIP_WITHOUT_MEDIA_FILES();
     av_log_set_level(AV_LOG_QUIET);
     int opens = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(*folder / "files")) {
+    for (const auto& entry : fs::recursive_directory_iterator(MediaFolder() / "files")) {
         if (!entry.is_regular_file())
             continue;
         SCOPED_TRACE(entry.path());

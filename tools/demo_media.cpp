@@ -6,7 +6,7 @@
 //   failed  FILE  REASON
 // Exit code: 0, 1 when a file failed, 64 when called wrongly, 73 when FOLDER cannot be made.
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
-#include "tests/support/MediaFiles.h"
+#include "tests/support/MadeMedia.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "host/MediaDescription.h"
-#include "tests/support/MediaFiles.h"
+#include "tests/support/MadeMedia.h"
 
 #include <algorithm>
 #include <iterator>

@@ -60,12 +60,12 @@ std::string Lacks(const MediaRow& row);
 std::filesystem::path Make(const MediaRow& row, const std::filesystem::path& folder);
 
 /// A folder of this process, removed with all that is in it when the process exits.
-const std::filesystem::path& MediaFolder();
+const std::filesystem::path& MadeFolder();
 
-/// The row's file in MediaFolder(), made at the first call. One thread at a time.
+/// The row's file in MadeFolder(), made at the first call. One thread at a time.
 /// @param file  MediaRow::file
 /// @throws std::out_of_range   no such row
 /// @throws std::runtime_error  as Make(), also when the build lacks something
-std::filesystem::path MediaFile(std::string_view file);
+std::filesystem::path MadeFile(std::string_view file);
 
 }  // namespace Quorva::Media

@@ -1,7 +1,7 @@
-#include "tests/support/MediaFiles.h"
+#include "tests/support/MadeMedia.h"
 
-#include "tests/support/MediaEncoding.h"
-#include "tests/support/MediaRows.h"
+#include "tests/support/MadeMedia.Encoding.h"
+#include "tests/support/MadeMedia.Rows.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -67,13 +67,13 @@ std::filesystem::path Make(const MediaRow& row, const std::filesystem::path& fol
     return path;
 }
 
-const std::filesystem::path& MediaFolder()
+const std::filesystem::path& MadeFolder()
 {
     static const TemporaryFolder folder;
     return folder.path;
 }
 
-std::filesystem::path MediaFile(std::string_view file)
+std::filesystem::path MadeFile(std::string_view file)
 {
     static std::map<std::string_view, std::filesystem::path> made;
     const auto row = std::ranges::find(mediaRows, file, &MediaRow::file);
@@ -83,7 +83,7 @@ std::filesystem::path MediaFile(std::string_view file)
     if (path.empty()) {
         if (const std::string lacks = Lacks(*row); !lacks.empty())
             throw std::runtime_error(std::string(row->file) + ": this FFmpeg has " + lacks);
-        path = Make(*row, MediaFolder());
+        path = Make(*row, MadeFolder());
     }
     return path;
 }

@@ -1,4 +1,4 @@
-#include "tests/support/MediaEncoding.h"
+#include "tests/support/MadeMedia.Encoding.h"
 
 #include <algorithm>
 #include <stdexcept>
