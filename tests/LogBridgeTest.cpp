@@ -190,15 +190,13 @@ TEST_F(LogBridge, LevelIsTestedBeforeAnythingElse)
 
 TEST_F(LogBridge, LongTextIsCut)
 {
-    for (const size_t length : {1022, 1023, 1024, 20000}) {
+    for (const size_t length : {10, 1023, 1024, 20000}) {
         SCOPED_TRACE(length);
         const std::string text(length, 'x');
-        const std::string format = "%s" + std::string(length % 7, ' ');  // fresh
+        const std::string format = Fresh("%s");
         Send(nullptr, AV_LOG_ERROR, format.c_str(), text.c_str());
-        const auto records = log.Take();
-        ASSERT_EQ(records.size(), 1u);
-        const std::string expected = "ERROR Global: " + (text + format.substr(2)).substr(0, 1023);
-        EXPECT_EQ(records[0].text, expected);
+        const std::string whole = text + format.substr(2);
+        EXPECT_THAT(log.Take(), ElementsAre(LogRecord{GLOG_ERROR, "ERROR Global: " + whole.substr(0, 1023)}));
     }
 }
 

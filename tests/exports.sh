@@ -1,5 +1,6 @@
 #!/bin/sh
-# What the library exports, one name a line; with "check", compares that with exports.txt beside this script.
+# What the library exports, one name a line, and of each class its typeinfo alone; with "check", compares that
+# with exports.txt beside this script.
 # To renew the list after a wanted change, from the top of the checkout:
 #     tests/exports.sh nm build/dev/Proc/Wrappers/Tessadrin/libTessadrin.so > tests/exports.txt
 # Usage: exports.sh NM LIBRARY [check]
@@ -8,7 +9,10 @@ export LC_ALL=C
 
 list() {
     echo "# The library's exported names; see exports.sh."
-    "$1" -D --defined-only -C "$2" | sed 's/^[0-9a-f]* [A-Za-z] //' | sort -u
+    "$1" -D --defined-only -C "$2" |
+        sed -e 's/^[0-9a-f]* [A-Za-z] //' -e '/^\(VTT\|vtable\|typeinfo name\) for /d' -e 's/\[abi:cxx11\]//' \
+            -e 's/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' |
+        sort -u
 }
 
 case ${3-} in
