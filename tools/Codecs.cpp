@@ -8,8 +8,8 @@
 #include "tools/support/Suggest.h"
 #include "tools/support/Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <memory>
@@ -51,9 +51,9 @@ std::string KindOf(AVCodecID id) { return Proc::GetMediaTypeName(avcodec_get_typ
 const std::vector<std::string>& Implementations()
 {
     using Proc::ImplNames;
-    static const std::vector<std::string> names = {ImplNames::FFMPEG,  ImplNames::FFMPEG_FDK, ImplNames::NVDEC,
-                                                   ImplNames::DIRECTX, ImplNames::QSV,        ImplNames::NVENC,
-                                                   ImplNames::AMF};
+    static const std::vector<std::string> names = {
+        ImplNames::FFMPEG, ImplNames::FFMPEG_FDK, ImplNames::NVDEC, ImplNames::DIRECTX,
+        ImplNames::QSV,    ImplNames::NVENC,      ImplNames::AMF};
     return names;
 }
 
@@ -79,7 +79,8 @@ std::string OthersText(Find find, const std::vector<std::pair<AVCodecID, std::st
     for (const std::string& implementation : Implementations()) {
         const bool hardware = decoders && (implementation == Proc::ImplNames::NVDEC ||
                                            implementation == Proc::ImplNames::DIRECTX);
-        if (implementation == Proc::ImplNames::FFMPEG || !(hardware || AnswersItself(rows, id, implementation)))
+        if (implementation == Proc::ImplNames::FFMPEG ||
+            !(hardware || AnswersItself(rows, id, implementation)))
             continue;
         if (const AVCodec* codec = find(id, implementation))
             text.append(text.empty() ? "" : " ").append(implementation).append(":").append(codec->name);
@@ -91,7 +92,8 @@ void PrintCodecs(const std::vector<CodecRow>& rows)
 {
     const auto decoders = Proc::GetCustomFFDecodersList();
     const auto encoders = Proc::GetCustomFFEncodersList();
-    TextTable table({{"CODEC"}, {"KIND"}, {"FFMPEG"}, {"DECODER"}, {"ENCODER"}, {"OTHER DECODERS"}, {"OTHER ENCODERS"}});
+    TextTable table(
+        {{"CODEC"}, {"KIND"}, {"FFMPEG"}, {"DECODER"}, {"ENCODER"}, {"OTHER DECODERS"}, {"OTHER ENCODERS"}});
     for (const auto& [name, id] : rows)
         table.Add({name, KindOf(id), avcodec_get_name(id), PlainText(Proc::FindDecoder, id),
                    PlainText(Proc::FindEncoder, id), OthersText(Proc::FindDecoder, decoders, id, true),
@@ -111,15 +113,20 @@ Json FoundJson(Find find, AVCodecID id)
 
 void PrintJson(const std::vector<CodecRow>& rows)
 {
-    Json document{{"schema", "tessadrin/codecs/1"}, {"tool", ToolJson()}};
+    Json document{
+        {"schema", "tessadrin/codecs/1"},
+        {"tool",   ToolJson()          }
+    };
     Json& list = document["codecs"] = Json::array();
     for (const auto& [name, id] : rows)
-        list.push_back({{"id", name},
-                        {"kind", KindOf(id)},
-                        {"ffmpeg", avcodec_get_name(id)},
-                        {"number", static_cast<int>(id)},
-                        {"decoders", FoundJson(Proc::FindDecoder, id)},
-                        {"encoders", FoundJson(Proc::FindEncoder, id)}});
+        list.push_back({
+            {"id", name},
+            {"kind", KindOf(id)},
+            {"ffmpeg", avcodec_get_name(id)},
+            {"number", static_cast<int>(id)},
+            {"decoders", FoundJson(Proc::FindDecoder, id)},
+            {"encoders", FoundJson(Proc::FindEncoder, id)}
+        });
     fmt::print("{}\n", document.dump(1, ' ', false, Json::error_handler_t::replace));
 }
 
@@ -150,7 +157,8 @@ ExitCode RunCodecs(const CodecsOptions& options, const Program&)
 void AddCodecs(CLI::App& app, Program& program)
 {
     const auto options = std::make_shared<CodecsOptions>();
-    CLI::App* command = app.add_subcommand("codecs", "List the codecs, and what decodes and encodes them here");
+    CLI::App* command =
+        app.add_subcommand("codecs", "List the codecs, and what decodes and encodes them here");
     CLI::Option* names = command->add_option("CODEC", options->names, "Only these")->type_name("");
     CLI::Option* json = command->add_flag("--json", options->json, "Print one JSON document");
     for (CLI::Option* trace :

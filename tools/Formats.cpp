@@ -6,8 +6,8 @@
 #include "tools/support/Suggest.h"
 #include "tools/support/Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <map>
@@ -59,22 +59,31 @@ std::string TextOf(const char* text) { return text ? text : ""; }
 
 Json FormatJson(const std::string& name, const FormatRow& row)
 {
-    return {{"name", name},
-            {"description", OrNull(row.input ? LongNameOf(row.input) : LongNameOf(row.output))},
-            {"demuxer", OrNull(NameOf(row.input))},
-            {"muxer", OrNull(NameOf(row.output))},
-            {"mime_type", OrNull(row.output ? row.output->mime_type : nullptr)}};
+    return {
+        {"name",        name                                                              },
+        {"description", OrNull(row.input ? LongNameOf(row.input) : LongNameOf(row.output))},
+        {"demuxer",     OrNull(NameOf(row.input))                                         },
+        {"muxer",       OrNull(NameOf(row.output))                                        },
+        {"mime_type",   OrNull(row.output ? row.output->mime_type : nullptr)              }
+    };
 }
 
 void PrintJson(const std::map<std::string, FormatRow>& formats)
 {
-    Json document{{"schema", "tessadrin/formats/1"}, {"tool", ToolJson()}};
+    Json document{
+        {"schema", "tessadrin/formats/1"},
+        {"tool",   ToolJson()           }
+    };
     Json& list = document["formats"] = Json::array();
     for (const auto& [name, row] : formats)
         list.push_back(FormatJson(name, row));
     Json& known = document["demuxers"] = Json::array();
     for (const auto& [name, demuxer] : CollectDemuxers())
-        known.push_back({{"name", name}, {"available", demuxer != nullptr}, {"description", OrNull(LongNameOf(demuxer))}});
+        known.push_back({
+            {"name",        name                       },
+            {"available",   demuxer != nullptr         },
+            {"description", OrNull(LongNameOf(demuxer))}
+        });
     fmt::print("{}\n", document.dump(1, ' ', false, Json::error_handler_t::replace));
 }
 

@@ -5,8 +5,8 @@
 #include "tools/support/Suggest.h"
 #include "tools/support/Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <cerrno>
 #include <csignal>
@@ -64,7 +64,8 @@ int Run(int argc, char** argv)
     CLI::App app("Media files as the pipeline sees them.", "tessadrin");
     app.require_subcommand(1);
     app.fallthrough();
-    app.set_version_flag("--version", VersionLines, "Print the versions of the program and of FFmpeg, and exit");
+    app.set_version_flag("--version", VersionLines,
+                         "Print the versions of the program and of FFmpeg, and exit");
     app.add_flag("-v,--verbose", program.verbosity,
                  "Say more: -v where and why something failed, and FFmpeg's errors; -vv its warnings; "
                  "-vvv information, and so on to -vvvvv");

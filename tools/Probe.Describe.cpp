@@ -1,3 +1,4 @@
+#include "tools/Probe.h"
 #include "Proc/Wrappers/Tessadrin/CodecList.h"
 #include "Proc/Wrappers/Tessadrin/InputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Codecs.h"
@@ -5,7 +6,6 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.PixelFormats.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
 #include "host/Charset.h"
-#include "tools/Probe.h"
 
 #include <algorithm>
 #include <bit>
@@ -68,14 +68,30 @@ void DescribeRotation(const AVCodecParameters& parameters, VideoReport& video)
     if (!orientation)
         return;
     switch (*orientation) {
-        case Conf::ImageOrientation::MirrorHorizontal: video.mirrored = true; [[fallthrough]];
-        case Conf::ImageOrientation::Normal: video.rotation = 0; break;
-        case Conf::ImageOrientation::Transverse: video.mirrored = true; [[fallthrough]];
-        case Conf::ImageOrientation::Rotate90: video.rotation = 90; break;
-        case Conf::ImageOrientation::MirrorVertical: video.mirrored = true; [[fallthrough]];
-        case Conf::ImageOrientation::Rotate180: video.rotation = 180; break;
-        case Conf::ImageOrientation::Transpose: video.mirrored = true; [[fallthrough]];
-        case Conf::ImageOrientation::Rotate270: video.rotation = 270; break;
+        case Conf::ImageOrientation::MirrorHorizontal:
+            video.mirrored = true;
+            [[fallthrough]];
+        case Conf::ImageOrientation::Normal:
+            video.rotation = 0;
+            break;
+        case Conf::ImageOrientation::Transverse:
+            video.mirrored = true;
+            [[fallthrough]];
+        case Conf::ImageOrientation::Rotate90:
+            video.rotation = 90;
+            break;
+        case Conf::ImageOrientation::MirrorVertical:
+            video.mirrored = true;
+            [[fallthrough]];
+        case Conf::ImageOrientation::Rotate180:
+            video.rotation = 180;
+            break;
+        case Conf::ImageOrientation::Transpose:
+            video.mirrored = true;
+            [[fallthrough]];
+        case Conf::ImageOrientation::Rotate270:
+            video.rotation = 270;
+            break;
     }
 }
 
@@ -166,7 +182,8 @@ std::string FileReport::StreamsText() const
 {
     std::string text;
     for (const StreamReport& stream : streams)
-        text.append(text.empty() ? "" : " ").append(stream.codecID.empty() ? stream.codecName : stream.codecID);
+        text.append(text.empty() ? "" : " ")
+            .append(stream.codecID.empty() ? stream.codecName : stream.codecID);
     return text;
 }
 

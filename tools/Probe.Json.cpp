@@ -1,5 +1,5 @@
-#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/Probe.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/support/Console.h"
 
 #include <fmt/format.h>
@@ -20,20 +20,30 @@ Json MetadataJson(const Texts& metadata)
     return json;
 }
 
-Json CountJson(const PacketCount& count) { return {{"packets", count.packets}, {"bytes", count.bytes}}; }
+Json CountJson(const PacketCount& count)
+{
+    return {
+        {"packets", count.packets},
+        {"bytes",   count.bytes  }
+    };
+}
 
 Json VideoJson(const VideoReport& video)
 {
-    Json json{{"width", video.width},
-              {"height", video.height},
-              {"pixel_format", OrNull(video.pixelFormat)},
-              {"pixel_aspect", RationalJson(video.pixelAspect)},
-              {"frame_rate", RationalJson(video.frameRate)}};
+    Json json{
+        {"width",        video.width                    },
+        {"height",       video.height                   },
+        {"pixel_format", OrNull(video.pixelFormat)      },
+        {"pixel_aspect", RationalJson(video.pixelAspect)},
+        {"frame_rate",   RationalJson(video.frameRate)  }
+    };
     Json color = Json::object();
-    const std::pair<const char*, const char*> rows[] = {{"primaries", video.primaries},
-                                                        {"transfer", video.transfer},
-                                                        {"matrix", video.matrix},
-                                                        {"range", video.range}};
+    const std::pair<const char*, const char*> rows[] = {
+        {"primaries", video.primaries},
+        {"transfer",  video.transfer },
+        {"matrix",    video.matrix   },
+        {"range",     video.range    }
+    };
     for (const auto& [name, text] : rows)
         if (text)
             color[name] = text;
@@ -41,7 +51,11 @@ Json VideoJson(const VideoReport& video)
         json["color"] = color;
     if (const auto& crop = video.crop)
         json["crop"] = {
-            {"top", crop->top}, {"bottom", crop->bottom}, {"left", crop->left}, {"right", crop->right}};
+            {"top",    crop->top   },
+            {"bottom", crop->bottom},
+            {"left",   crop->left  },
+            {"right",  crop->right }
+        };
     if (video.rotation) {
         json["rotation"] = *video.rotation;
         json["mirrored"] = video.mirrored;
@@ -51,33 +65,37 @@ Json VideoJson(const VideoReport& video)
 
 Json AudioJson(const AudioReport& audio)
 {
-    return {{"sample_rate", audio.sampleRate},
-            {"channels", audio.channels},
-            {"layout", TextOrNull(audio.layout)},
-            {"sample_format", audio.format ? Json(audio.format->name) : Json()},
-            {"planar", audio.format ? Json(audio.format->planar) : Json()},
-            {"bits", audio.bits > 0 ? Json(audio.bits) : Json()}};
+    return {
+        {"sample_rate",   audio.sampleRate                                  },
+        {"channels",      audio.channels                                    },
+        {"layout",        TextOrNull(audio.layout)                          },
+        {"sample_format", audio.format ? Json(audio.format->name) : Json()  },
+        {"planar",        audio.format ? Json(audio.format->planar) : Json()},
+        {"bits",          audio.bits > 0 ? Json(audio.bits) : Json()        }
+    };
 }
 
 Json StreamJson(const StreamReport& stream, bool counted)
 {
     const std::string kind = Proc::GetMediaTypeName(stream.kind);
-    Json json{{"index", stream.index},
-              {"kind", kind.empty() ? "other" : kind},
-              {"codec",
-               {{"id", TextOrNull(stream.codecID)},
-                {"ffmpeg", stream.codecName},
-                {"tag", TextOrNull(stream.tag)},
-                {"profile", OrNull(stream.profile)},
-                {"decoder", OrNull(stream.decoder)},
-                {"decoder_long_name", TextOrNull(stream.decoderLongName)}}},
-              {"time_base", RationalJson(stream.timeBase)},
-              {"start", OrNull(stream.start)},
-              {"duration", OrNull(stream.duration)},
-              {"bit_rate", OrNull(stream.bitRate)},
-              {"frames", OrNull(stream.frames)},
-              {"disposition", stream.disposition},
-              {"metadata", MetadataJson(stream.metadata)}};
+    Json json{
+        {"index",       stream.index                                },
+        {"kind",        kind.empty() ? "other" : kind               },
+        {"codec",
+         {{"id", TextOrNull(stream.codecID)},
+          {"ffmpeg", stream.codecName},
+          {"tag", TextOrNull(stream.tag)},
+          {"profile", OrNull(stream.profile)},
+          {"decoder", OrNull(stream.decoder)},
+          {"decoder_long_name", TextOrNull(stream.decoderLongName)}}},
+        {"time_base",   RationalJson(stream.timeBase)               },
+        {"start",       OrNull(stream.start)                        },
+        {"duration",    OrNull(stream.duration)                     },
+        {"bit_rate",    OrNull(stream.bitRate)                      },
+        {"frames",      OrNull(stream.frames)                       },
+        {"disposition", stream.disposition                          },
+        {"metadata",    MetadataJson(stream.metadata)               }
+    };
     if (stream.video)
         json["video"] = VideoJson(*stream.video);
     if (stream.audio)
@@ -100,9 +118,11 @@ void AddContents(const FileReport& report, Json& json)
         streams.push_back(StreamJson(stream, report.count.has_value()));
     Json& chapters = json["chapters"] = Json::array();
     for (const ChapterReport& chapter : report.chapters)
-        chapters.push_back({{"start", OrNull(chapter.start)},
-                            {"end", OrNull(chapter.end)},
-                            {"metadata", MetadataJson(chapter.metadata)}});
+        chapters.push_back({
+            {"start",    OrNull(chapter.start)         },
+            {"end",      OrNull(chapter.end)           },
+            {"metadata", MetadataJson(chapter.metadata)}
+        });
     json["warnings"] = report.warnings;
 }
 
@@ -127,15 +147,17 @@ public:
     void Packet(const PacketReport& packet) override
     {
         fmt::print("{}{}", std::exchange(separator, ",\n"),
-                   JsonText({{"stream", packet.stream},
-                             {"pts", OrNull(packet.pts)},
-                             {"dts", OrNull(packet.dts)},
-                             {"duration", OrNull(packet.duration)},
-                             {"size", packet.size},
-                             {"position", OrNull(packet.position)},
-                             {"key", packet.key},
-                             {"corrupt", packet.corrupt},
-                             {"discard", packet.discard}}));
+                   JsonText({
+                       {"stream",   packet.stream          },
+                       {"pts",      OrNull(packet.pts)     },
+                       {"dts",      OrNull(packet.dts)     },
+                       {"duration", OrNull(packet.duration)},
+                       {"size",     packet.size            },
+                       {"position", OrNull(packet.position)},
+                       {"key",      packet.key             },
+                       {"corrupt",  packet.corrupt         },
+                       {"discard",  packet.discard         }
+        }));
     }
 
     void File(const FileReport& report) override
@@ -147,9 +169,11 @@ public:
         Json json = Json::object();
         if (report.detected) {
             json["size"] = report.size;
-            json["format"] = {{"detected", report.result.format},
-                              {"score", report.result.score},
-                              {"implementation", report.result.implementation}};
+            json["format"] = {
+                {"detected",       report.result.format        },
+                {"score",          report.result.score         },
+                {"implementation", report.result.implementation}
+            };
         }
         if (report.opened) {
             json["format"]["container"] = report.container;
@@ -183,9 +207,6 @@ private:
 
 }  // namespace
 
-std::unique_ptr<ProbeOutput> MakeJsonOutput(bool details)
-{
-    return std::make_unique<JsonOutput>(details);
-}
+std::unique_ptr<ProbeOutput> MakeJsonOutput(bool details) { return std::make_unique<JsonOutput>(details); }
 
 }  // namespace Quorva::Tool

@@ -1,5 +1,5 @@
-#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/Probe.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/support/Console.h"
 #include "tools/support/Text.h"
 
@@ -55,10 +55,9 @@ public:
     void Packet(const PacketReport& packet) override
     {
         fmt::print("  packet of #{}  pts {:>10}  dts {:>10}  duration {:>7}  size {:>6}  at {:>8}{}{}{}\n",
-                   packet.stream, MicrosText(packet.pts), MicrosText(packet.dts),
-                   MicrosText(packet.duration), packet.size, MicrosText(packet.position),
-                   packet.key ? "  key" : "", packet.corrupt ? "  corrupt" : "",
-                   packet.discard ? "  discard" : "");
+                   packet.stream, MicrosText(packet.pts), MicrosText(packet.dts), MicrosText(packet.duration),
+                   packet.size, MicrosText(packet.position), packet.key ? "  key" : "",
+                   packet.corrupt ? "  corrupt" : "", packet.discard ? "  discard" : "");
     }
 
     void File(const FileReport& report) override
@@ -98,11 +97,10 @@ private:
         fmt::print("{}\n", Printable(report.path));
         PrintField("format", fmt::format("{}, score {}, implementation {}", report.result.format,
                                          report.result.score, report.result.implementation));
-        PrintField("container", fmt::format("{}{}{}", report.container,
-                                            report.demuxer == report.container
-                                                ? ""
-                                                : ", FFmpeg's " + report.demuxer,
-                                            report.singleImage ? ", a single image" : ""));
+        PrintField("container",
+                   fmt::format("{}{}{}", report.container,
+                               report.demuxer == report.container ? "" : ", FFmpeg's " + report.demuxer,
+                               report.singleImage ? ", a single image" : ""));
         List times;
         if (report.duration)
             times.Add("{}", DurationText(*report.duration));
@@ -131,8 +129,9 @@ private:
         const std::string kind = Proc::GetMediaTypeName(stream.kind);
         fmt::print("  #{:<2} {:<6} {}\n", stream.index, kind.empty() ? "other" : kind, CodecText(stream));
         static constexpr std::string_view indent = "             ";
-        for (const std::string& line : {MediaText(stream), stream.decoder ? DecoderText(stream) : "no decoder",
-                                        counted ? CountText(stream.count) : ""})
+        for (const std::string& line :
+             {MediaText(stream), stream.decoder ? DecoderText(stream) : "no decoder",
+              counted ? CountText(stream.count) : ""})
             if (!line.empty())
                 fmt::print("{}{}\n", indent, line);
         PrintMetadata(stream.metadata, "               ");
@@ -229,14 +228,16 @@ private:
     }
 
     using enum TextTable::Align;
-    TextTable table{{{"FILE", Left},
-                     {"FORMAT", Left},
-                     {"SCORE", Right},
-                     {"CONTAINER", Left},
-                     {"STREAMS", Left},
-                     {"PACKETS", Right},
-                     {"BYTES", Right},
-                     {"NOTE", Left}}};
+    TextTable table{
+        {{"FILE", Left},
+         {"FORMAT", Left},
+         {"SCORE", Right},
+         {"CONTAINER", Left},
+         {"STREAMS", Left},
+         {"PACKETS", Right},
+         {"BYTES", Right},
+         {"NOTE", Left}}
+    };
 };
 
 }  // namespace

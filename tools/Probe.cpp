@@ -56,9 +56,9 @@ FileReport ProbeFile(const WalkedFile& file, const ProbeOptions& options, ProbeO
     FileReport report;
     report.path = file.path;
     if (!file.folderError.empty()) {
-        report.failure = Failure{.kind = FailureKind::Unreadable,
-                                 .message = "can't read the folder: " + file.folderError,
-                                 .description = "can't read the folder: " + file.folderError};
+        Failure& failure = report.failure.emplace();
+        failure.kind = FailureKind::Unreadable;
+        failure.message = failure.description = "can't read the folder: " + file.folderError;
         return report;
     }
     std::unique_ptr<OpenedInput> input;
@@ -125,9 +125,11 @@ void AddProbe(CLI::App& app, Program& program)
     command->add_option("FILE", options->files, "Files, and folders whose files are taken one by one")
         ->required()
         ->type_name("");
-    CLI::Option* packets = command->add_flag("--packets", options->packets, "Print every packet, times in microseconds");
+    CLI::Option* packets =
+        command->add_flag("--packets", options->packets, "Print every packet, times in microseconds");
     CLI::Option* count = command->add_flag("--count", options->count, "Count packets and their bytes");
-    CLI::Option* json = command->add_flag("--json", options->json, "Print one JSON document (docs/probe.schema.json)");
+    CLI::Option* json =
+        command->add_flag("--json", options->json, "Print one JSON document (docs/probe.schema.json)");
     CLI::Option* table =
         command->add_flag("--table", options->table, "Print one line for each file, packets counted");
     packets->excludes(count)->excludes(table);

@@ -50,9 +50,9 @@ struct AudioReport {
 struct StreamReport {
     int index = 0;
     AVMediaType kind = AVMEDIA_TYPE_UNKNOWN;
-    std::string codecID;          ///< the pipeline's identifier; empty: not in its catalogue
-    std::string codecName;        ///< FFmpeg's
-    std::string tag;              ///< empty when there is none
+    std::string codecID;    ///< the pipeline's identifier; empty: not in its catalogue
+    std::string codecName;  ///< FFmpeg's
+    std::string tag;        ///< empty when there is none
     const char* profile = nullptr;
     const char* decoder = nullptr;  ///< what FindDecoder picks for the plain implementation
     std::string decoderLongName;

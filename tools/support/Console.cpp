@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace Quorva::Tool {
 
@@ -48,7 +49,7 @@ void MakeWayForOutput()
 
 bool CanShowStatus()
 {
-    struct stat status {};
+    struct stat status{};
     return isatty(STDERR_FILENO) == 1 &&
            !(fstat(STDOUT_FILENO, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)));
 }

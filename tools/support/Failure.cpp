@@ -4,9 +4,9 @@
 #include "host/FoundationIO.h"
 #include "tools/support/Console.h"
 
+#include <fmt/format.h>
 #include <boost/core/demangle.hpp>
 #include <boost/exception/get_error_info.hpp>
-#include <fmt/format.h>
 
 #include <new>
 #include <sstream>
@@ -40,12 +40,16 @@ FailureKind KindOf(const std::exception& e)
 FailureKind KindOf(int result)
 {
     switch (result) {
-        case AVERROR(ENOMEM): return FailureKind::NoMemory;
-        case AVERROR(EIO): return FailureKind::Unreadable;
+        case AVERROR(ENOMEM):
+            return FailureKind::NoMemory;
+        case AVERROR(EIO):
+            return FailureKind::Unreadable;
         case AVERROR(ENOSYS):
         case AVERROR_PATCHWELCOME:
-        case AVERROR_PROTOCOL_NOT_FOUND: return FailureKind::Unsupported;
-        default: return FailureKind::InvalidData;
+        case AVERROR_PROTOCOL_NOT_FOUND:
+            return FailureKind::Unsupported;
+        default:
+            return FailureKind::InvalidData;
     }
 }
 
@@ -72,13 +76,20 @@ std::vector<std::string> LinesOf(const std::string& text)
 std::string_view FailureKindName(FailureKind kind)
 {
     switch (kind) {
-        case FailureKind::NotFound: return "not-found";
-        case FailureKind::Unreadable: return "unreadable";
-        case FailureKind::UnknownFormat: return "unknown-format";
-        case FailureKind::Unsupported: return "unsupported";
-        case FailureKind::InvalidData: return "invalid-data";
-        case FailureKind::NoMemory: return "no-memory";
-        case FailureKind::Internal: break;
+        case FailureKind::NotFound:
+            return "not-found";
+        case FailureKind::Unreadable:
+            return "unreadable";
+        case FailureKind::UnknownFormat:
+            return "unknown-format";
+        case FailureKind::Unsupported:
+            return "unsupported";
+        case FailureKind::InvalidData:
+            return "invalid-data";
+        case FailureKind::NoMemory:
+            return "no-memory";
+        case FailureKind::Internal:
+            break;
     }
     return "internal";
 }
@@ -132,7 +143,10 @@ void PrintFailure(const std::string& path, const Failure& failure, bool details)
 
 Json FailureJson(const Failure& failure, bool details)
 {
-    Json json{{"kind", FailureKindName(failure.kind)}, {"message", failure.message}};
+    Json json{
+        {"kind",    FailureKindName(failure.kind)},
+        {"message", failure.message              }
+    };
     if (failure.description != failure.message)
         json["description"] = failure.description;
     if (!failure.exception.empty())
@@ -140,7 +154,11 @@ Json FailureJson(const Failure& failure, bool details)
     if (failure.ffmpegResult)
         json["ffmpeg_error"] = *failure.ffmpegResult;
     if (details && !failure.file.empty())
-        json["where"] = {{"file", failure.file}, {"line", failure.line}, {"function", failure.function}};
+        json["where"] = {
+            {"file",     failure.file    },
+            {"line",     failure.line    },
+            {"function", failure.function}
+        };
     if (details && !failure.callStack.empty())
         json["call_stack"] = failure.callStack;
     return json;

@@ -14,21 +14,26 @@ std::string VersionText(unsigned version)
 
 Json ToolJson()
 {
-    return {{"name", "tessadrin"},
-            {"version", TESSADRIN_VERSION},
-            {"ffmpeg",
-             {{"avutil", VersionText(avutil_version())},
-              {"avcodec", VersionText(avcodec_version())},
-              {"avformat", VersionText(avformat_version())},
-              {"swscale", VersionText(swscale_version())},
-              {"swresample", VersionText(swresample_version())}}}};
+    return {
+        {"name",    "tessadrin"                             },
+        {"version", TESSADRIN_VERSION                       },
+        {"ffmpeg",
+         {{"avutil", VersionText(avutil_version())},
+          {"avcodec", VersionText(avcodec_version())},
+          {"avformat", VersionText(avformat_version())},
+          {"swscale", VersionText(swscale_version())},
+          {"swresample", VersionText(swresample_version())}}}
+    };
 }
 
 Json RationalJson(AVRational value)
 {
     if (value.num == 0 || value.den == 0)
         return nullptr;
-    return {{"num", value.num}, {"den", value.den}};
+    return {
+        {"num", value.num},
+        {"den", value.den}
+    };
 }
 
 }  // namespace Quorva::Tool

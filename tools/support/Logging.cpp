@@ -35,12 +35,15 @@ void StartLogging(const char* program, int verbosity)
         google::LogSeverity severity;
         int verbose;  ///< FLAGS_v
     } steps[] = {
-        {AV_LOG_QUIET, google::GLOG_FATAL, 0},     {AV_LOG_ERROR, google::GLOG_ERROR, 0},
-        {AV_LOG_WARNING, google::GLOG_WARNING, 0}, {AV_LOG_INFO, google::GLOG_INFO, 31},
-        {AV_LOG_VERBOSE, google::GLOG_INFO, 40},   {AV_LOG_DEBUG, google::GLOG_INFO, 48},
+        {AV_LOG_QUIET,   google::GLOG_FATAL,   0 },
+        {AV_LOG_ERROR,   google::GLOG_ERROR,   0 },
+        {AV_LOG_WARNING, google::GLOG_WARNING, 0 },
+        {AV_LOG_INFO,    google::GLOG_INFO,    31},
+        {AV_LOG_VERBOSE, google::GLOG_INFO,    40},
+        {AV_LOG_DEBUG,   google::GLOG_INFO,    48},
     };
-    const auto& step = steps[std::clamp<size_t>(static_cast<size_t>(std::max(verbosity, 0)), 0,
-                                                std::size(steps) - 1)];
+    const auto& step =
+        steps[std::clamp<size_t>(static_cast<size_t>(std::max(verbosity, 0)), 0, std::size(steps) - 1)];
     for (const google::LogSeverity severity :
          {google::GLOG_INFO, google::GLOG_WARNING, google::GLOG_ERROR, google::GLOG_FATAL})
         google::SetLogDestination(severity, "");

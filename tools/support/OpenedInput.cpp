@@ -58,7 +58,8 @@ private:
 [[noreturn]] void ThrowEndless(uint64_t packets)
 {
     Proc::Details::Raise(Proc::ProcException()
-                         << TagDescription(fmt::format("gave up after {} packets, more than it has bytes", packets))
+                         << TagDescription(
+                                fmt::format("gave up after {} packets, more than it has bytes", packets))
                          << TagFailureKind(FailureKind::InvalidData));
 }
 

@@ -32,8 +32,8 @@ DetectedInput DetectInput(const std::string& path);
 ///
 /// FFmpeg opens nothing by itself: the file, and further ones that it names (the pieces of a playlist), are
 /// host streams, and every protocol is refused. What a stream throws doesn't cross FFmpeg: it is kept, FFmpeg
-/// learns of an input error and may read on elsewhere, and the exception comes out of ReadPacket() at the end,
-/// or of CheckStreams().
+/// learns of an input error and may read on elsewhere, and the exception comes out of ReadPacket() at the
+/// end, or of CheckStreams().
 class OpenedInput {
 public:
     /// Opens the file and finds out about its streams.

@@ -24,7 +24,9 @@ size_t ScreenWidth()
 
 }  // namespace
 
-Progress::Progress(size_t steps, bool wanted) : visible(wanted && steps > 1 && CanShowStatus()), steps(steps) {}
+Progress::Progress(size_t steps, bool wanted) : visible(wanted && steps > 1 && CanShowStatus()), steps(steps)
+{
+}
 
 Progress::~Progress()
 {

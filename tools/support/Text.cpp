@@ -94,8 +94,8 @@ void UseUtf8()
 
 std::string DurationText(int64_t microseconds)
 {
-    const uint64_t size = microseconds < 0 ? 0 - static_cast<uint64_t>(microseconds)
-                                           : static_cast<uint64_t>(microseconds);
+    const uint64_t size =
+        microseconds < 0 ? 0 - static_cast<uint64_t>(microseconds) : static_cast<uint64_t>(microseconds);
     const uint64_t milliseconds = size / 1000 + (size % 1000 >= 500);
     const uint64_t seconds = milliseconds / 1000;
     return fmt::format("{}{}:{:02}:{:02}.{:03}", microseconds < 0 ? "-" : "", seconds / 3600,

@@ -10,9 +10,9 @@
 
 namespace Quorva::Tool {
 
-/// `text` on one line and without anything that a terminal would obey: control characters, marks that turn the
-/// writing direction, and bytes that are not UTF-8 are shown as \n, \x1b or \u{202e}. A backslash stays as it
-/// is. The C library's character type has to be UTF-8 (see UseUtf8()).
+/// `text` on one line and without anything that a terminal would obey: control characters, marks that turn
+/// the writing direction, and bytes that are not UTF-8 are shown as \n, \x1b or \u{202e}. A backslash stays
+/// as it is. The C library's character type has to be UTF-8 (see UseUtf8()).
 std::string Printable(std::string_view text);
 
 /// Columns that `text`, made by Printable(), takes on a terminal.
