@@ -1,1 +1,183 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Codecs.h"
+
+#include "Proc/Wrappers/Tessadrin/CodecList.h"
+#include "Proc/Wrappers/Tessadrin/Details/Loaded.h"
+#include "Proc/Wrappers/Tessadrin/Details/SelectionRows.h"
+
+#include <algorithm>
+#include <span>
+#include <sstream>
+#include <string_view>
+#include <tuple>
+
+namespace Quorva::Proc {
+
+using Details::CodecChoice;
+using Details::GetLoaded;
+using Details::Selection;
+using Details::SelectionRow;
+
+namespace {
+
+std::vector<CodecChoice::Custom> FromRows(std::span<const SelectionRow> rows,
+                                          const AVCodec* (*findByName)(const char*))
+{
+    std::vector<CodecChoice::Custom> custom;
+    custom.reserve(rows.size());
+    for (const auto& [id, implementation, name] : rows)
+        custom.push_back({id, *implementation, findByName(name)});
+    std::ranges::sort(custom, {}, [](const auto& row) { return std::tie(row.id, row.implementation); });
+    return custom;
+}
+
+/// FFmpeg's rule where several codecs serve one identifier: the first, but an experimental one that comes
+/// first only holds the place until the next, whatever that is.
+void AddDefault(CodecChoice& choice, std::unordered_set<AVCodecID>& provisional, const AVCodec* codec)
+{
+    const auto [place, isFirst] = choice.defaults.try_emplace(codec->id, codec);
+    if (isFirst && (codec->capabilities & AV_CODEC_CAP_EXPERIMENTAL))
+        provisional.insert(codec->id);
+    else if (!isFirst && provisional.erase(codec->id))
+        place->second = codec;
+}
+
+/// Whether one of the codec's device configurations, by whatever method, has this format.
+bool OffersFormat(const AVCodec* codec, AVPixelFormat format)
+{
+    for (int i = 0; const AVCodecHWConfig* config = avcodec_get_hw_config(codec, i); ++i)
+        if (config->pix_fmt == format)
+            return true;
+    return false;
+}
+
+std::string LongName(const AVCodec* codec) { return codec && codec->long_name ? codec->long_name : ""; }
+
+void WriteSorted(std::ostream& text, std::vector<std::string_view>& names)
+{
+    std::ranges::sort(names);
+    for (const std::string_view name : names)
+        text << name << '\n';
+}
+
+}  // namespace
+
+Selection::Selection() : decoders{FromRows(Details::decoderRows, avcodec_find_decoder_by_name), {}}
+{
+    for (const auto& [implementation, format] : Details::hardwareRows)
+        hardwareFormats.emplace(*implementation, format);
+    encoders.custom = FromRows(Details::encoderRows, avcodec_find_encoder_by_name);
+
+    std::unordered_set<AVCodecID> provisionalDecoders, provisionalEncoders;
+    decoders.defaults.reserve(512);
+    encoders.defaults.reserve(256);
+    for (void* position = nullptr; const AVCodec* codec = av_codec_iterate(&position);) {
+        if (av_codec_is_decoder(codec))
+            AddDefault(decoders, provisionalDecoders, codec);
+        if (av_codec_is_encoder(codec))
+            AddDefault(encoders, provisionalEncoders, codec);
+    }
+}
+
+const AVCodec* CodecChoice::Find(AVCodecID id, const std::string& implementation) const noexcept
+{
+    for (auto row = std::ranges::lower_bound(custom, id, {}, &Custom::id);
+         row != custom.end() && row->id == id; ++row)
+        if (row->implementation == implementation)
+            return row->codec;
+    const auto found = defaults.find(id);
+    return found == defaults.end() ? nullptr : found->second;
+}
+
+std::vector<std::pair<AVCodecID, std::string>> CodecChoice::Keys() const
+{
+    std::vector<std::pair<AVCodecID, std::string>> keys;
+    keys.reserve(custom.size());
+    for (const Custom& row : custom)
+        keys.emplace_back(row.id, row.implementation);
+    return keys;
+}
+
+const AVCodec* FindDecoder(AVCodecID id, const std::string& implementation)
+{
+    const Selection& selection = GetLoaded().selection;
+    const AVCodec* candidate = selection.decoders.Find(id, implementation);
+    const auto format = selection.hardwareFormats.find(implementation);
+    if (!candidate || format == selection.hardwareFormats.end() || OffersFormat(candidate, format->second))
+        return candidate;
+    return nullptr;
+}
+
+const AVCodec* FindDecoder(const std::string& textId, const std::string& implementation)
+{
+    return FindDecoder(CodecIDFromTextID(textId), implementation);
+}
+
+const AVCodec* FindEncoder(AVCodecID id, const std::string& implementation)
+{
+    return GetLoaded().selection.encoders.Find(id, implementation);
+}
+
+const AVCodec* FindEncoder(const std::string& textId, const std::string& implementation)
+{
+    return FindEncoder(CodecIDFromTextID(textId), implementation);
+}
+
+std::vector<std::pair<AVCodecID, std::string>> GetCustomFFDecodersList()
+{
+    return GetLoaded().selection.decoders.Keys();
+}
+
+std::vector<std::pair<AVCodecID, std::string>> GetCustomFFEncodersList()
+{
+    return GetLoaded().selection.encoders.Keys();
+}
+
+std::string DecoderLongNameFromCodec(AVCodecID id, const std::string& implementation)
+{
+    return LongName(FindDecoder(id, implementation));
+}
+
+std::string EncoderLongNameFromCodec(AVCodecID id, const std::string& implementation)
+{
+    return LongName(FindEncoder(id, implementation));
+}
+
+std::unordered_set<AVPixelFormat> GetSupportedHWPixelFormats(const AVCodec* codec)
+{
+    std::unordered_set<AVPixelFormat> formats;
+    for (int i = 0; const AVCodecHWConfig* config = avcodec_get_hw_config(codec, i); ++i)
+        formats.insert(config->pix_fmt);
+    return formats;
+}
+
+std::string TraceFFCodecs(bool decoders, bool encoders)
+{
+    std::vector<std::string_view> decoderNames, encoderNames;
+    for (void* position = nullptr; const AVCodec* codec = av_codec_iterate(&position);) {
+        if (!codec->name)
+            continue;
+        if (decoders && av_codec_is_decoder(codec))
+            decoderNames.push_back(codec->name);
+        if (encoders && av_codec_is_encoder(codec))
+            encoderNames.push_back(codec->name);
+    }
+    std::ostringstream text;
+    if (decoders) {
+        text << "Decoders:\n";
+        WriteSorted(text, decoderNames);
+    }
+    if (encoders) {
+        text << (decoders ? "\n" : "") << "Encoders:\n";
+        WriteSorted(text, encoderNames);
+    }
+    return std::move(text).str();
+}
+
+bool IsTextSubtitle(AVCodecID) { return true; }
+
+bool IsValidCodec(const AVCodecContext* context)
+{
+    return context && context->codec_id != AV_CODEC_ID_NONE && context->codec_type == AVMEDIA_TYPE_SUBTITLE;
+}
+
+}  // namespace Quorva::Proc

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
+#include "Proc/Wrappers/Tessadrin/Details/Selection.h"
 
 namespace Quorva::Proc::Details {
 
@@ -9,6 +10,7 @@ namespace Quorva::Proc::Details {
 /// No other object of the library has a dynamic initialiser.
 struct Loaded {
     CodecMaps codecs;
+    Selection selection;
 };
 
 /// The one instance; complete before any caller of the library runs, read-only afterwards.
