@@ -26,8 +26,8 @@ TESSADRIN_API AVChannelLayout DefaultAVChannelLayout(int channels);
 /// @throws std::logic_error  the pipeline has no such layout; IsSupportedAVChannelLayoutMask() asks first.
 TESSADRIN_API Conf::ChannelLayout QuorvaFromAVChannelLayoutMask(uint64_t mask);
 
-/// By the mask for a layout of native order. For any other order (unspecified, custom, ambisonic) the number of
-/// channels decides alone: the pipeline's default for it, ChannelLayout::None where there is none.
+/// By the mask for a layout of native order. For any other order (unspecified, custom, ambisonic) the number
+/// of channels decides alone: the pipeline's default for it, ChannelLayout::None where there is none.
 /// @throws std::logic_error  as QuorvaFromAVChannelLayoutMask().
 TESSADRIN_API Conf::ChannelLayout QuorvaFromAVChannelLayout(const AVChannelLayout& layout);
 

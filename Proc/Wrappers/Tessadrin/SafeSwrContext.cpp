@@ -3,8 +3,10 @@
 #include "Proc/Wrappers/Tessadrin/ChannelLayoutsConvertion.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 
 namespace Quorva::Proc {
@@ -20,10 +22,17 @@ std::string Describe(const SampleInfo& info)
                        info.format->name);
 }
 
-uint8_t** PlanesOf(const IDataAudio& audio)
+int PlaneCount(const SampleInfo& info) { return info.format->planar ? info.layout->channels : 1; }
+
+/// The planes of a buffer; null when one of them is missing, which FFmpeg would write or read without asking.
+uint8_t* const* PlanesOf(const IDataAudio& audio, int count)
 {
-    AVFrame& frame = *audio.GetFrame();
-    return frame.extended_data ? frame.extended_data : frame.data;
+    const AVFrame& frame = *audio.GetFrame();
+    const bool own = !frame.extended_data || frame.extended_data == frame.data;
+    uint8_t* const* const planes = own ? frame.data : frame.extended_data;
+    if (count < 1 || (own && count > AV_NUM_DATA_POINTERS))
+        return nullptr;
+    return std::find(planes, planes + count, nullptr) == planes + count ? planes : nullptr;
 }
 
 }  // namespace
@@ -39,18 +48,14 @@ void SafeSwrContext::Init(const SampleInfo& in, const SampleInfo& out)
 {
     const AVChannelLayout inLayout = AVChannelLayoutFromQuorva(in.layout->layout);
     const AVChannelLayout outLayout = AVChannelLayoutFromQuorva(out.layout->layout);
-    // What a compensation switched on would outlive the second set-up: start from FFmpeg's defaults.
-    if (context) {
-        swr_close(context);
-        av_opt_set_defaults(context);
-    }
+    Reset();  // set up again, a resampler keeps what a compensation or an option switched on
     const int result = swr_alloc_set_opts2(
         &context, &outLayout, SampleFormatFFMPEGFromQuorva(out.format->format), out.sampleRate, &inLayout,
         SampleFormatFFMPEGFromQuorva(in.format->format), in.sampleRate, 0, nullptr);
     if (result < 0)
         Throw<FilterException>(
-            "Cannot create sample rate converter (AVERROR = {}). Input format: {}, output format: {}.", result,
-            Describe(in), Describe(out));
+            "Cannot create sample rate converter (AVERROR = {}). Input format: {}, output format: {}.",
+            result, Describe(in), Describe(out));
     ApplyChanges();
 }
 
@@ -68,27 +73,26 @@ int SafeSwrContext::Convert(const boost::intrusive_ptr<IDataAudio>& src,
         Throw<FilterException>("incorrect dst parameter.");
     RequredExist();
 
+    const int room = dst->GetSampleCount();
     const SampleInfo info = dst->GetSampleInfo();
-    const size_t planes = info.format->planar ? info.layout->channels : 1;
-    const int room = dst->GetSampleCount() - dstOffset;
-    if (dstOffset < 0 || room < 0)
+    const int planeCount = PlaneCount(info);
+    uint8_t* const* const planes = PlanesOf(*dst, planeCount);
+    if (dstOffset < 0 || dstOffset > room || !planes)
         Throw<FilterException>("incorrect dst parameter.");
 
-    // FFmpeg writes through a null plane without asking.
-    std::array<uint8_t*, UINT8_MAX + 1> output = {};  // a layout has at most 255 channels
-    uint8_t* const* given = PlanesOf(*dst);
-    const ptrdiff_t skip = static_cast<ptrdiff_t>(info.GetSampleSizePerPlane()) * dstOffset;
-    for (size_t plane = 0; plane < planes; ++plane) {
-        if (!given[plane])
-            Throw<FilterException>("incorrect dst parameter.");
-        output[plane] = given[plane] + skip;
-    }
+    std::array<uint8_t*, UINT8_MAX> output;  // a layout has no more channels
+    const ptrdiff_t skip = ptrdiff_t{info.GetSampleSizePerPlane()} * dstOffset;
+    std::transform(planes, planes + planeCount, output.begin(), [=](uint8_t* plane) { return plane + skip; });
 
-    const uint8_t* const* input = src ? PlanesOf(*src) : nullptr;
+    const uint8_t* const* input = nullptr;
     const int count = src ? src->GetSampleCount() : 0;
-    const bool readable = count == 0 || (count > 0 && input[0]);
+    if (count != 0)
+        input = PlanesOf(*src, PlaneCount(src->GetSampleInfo()));
+    else if (src)
+        input = output.data();  // any list: nothing is read, but null would drain the resampler
+    const bool readable = count == 0 || (count > 0 && input);
     const int written =
-        readable ? swr_convert(context, output.data(), room, input, count) : AVERROR(EINVAL);
+        readable ? swr_convert(context, output.data(), room - dstOffset, input, count) : AVERROR(EINVAL);
     if (written < 0)
         Throw<FilterException>("swr_convert() failed");
     return written;
@@ -97,13 +101,16 @@ int SafeSwrContext::Convert(const boost::intrusive_ptr<IDataAudio>& src,
 int SafeSwrContext::GetDelay(int base) const
 {
     RequredExist();
-    return static_cast<int>(swr_get_delay(context, base));
+    // After a failed initialisation FFmpeg would divide by a rate of 0.
+    return swr_is_initialized(context) ? static_cast<int>(swr_get_delay(context, base)) : 0;
 }
 
 void SafeSwrContext::SetCompensation(int sampleDelta, int compensationDistance)
 {
     RequredExist();
-    if (swr_set_compensation(context, sampleDelta, compensationDistance) < 0)
+    // A delta as large as its distance leaves no step through the input: FFmpeg takes it and divides by it.
+    const bool possible = compensationDistance <= 0 || sampleDelta < compensationDistance;
+    if (!possible || swr_set_compensation(context, sampleDelta, compensationDistance) < 0)
         Throw<FilterException>("swr_set_compensation() failed");
 }
 

@@ -30,8 +30,10 @@ public:
     explicit operator bool() const noexcept { return context != nullptr; }
 
     /// Sets up the conversion, or another one on an object that is ready; samples still buffered are dropped.
-    /// @throws FilterException  FFmpeg refuses one of the descriptions, or to initialise. Then the object holds
-    ///         what FFmpeg left: nothing after the first, an uninitialised resampler after the second.
+    /// @throws FilterException  FFmpeg refuses one of the descriptions, and the object is empty; or it
+    /// refuses
+    ///         to initialise, and the object holds an uninitialised resampler.
+    /// @throws std::logic_error  a layout outside the enumeration; the object stays as it was.
     void Init(const Conf::SampleInfo& in, const Conf::SampleInfo& out);
 
     /// Initialises the resampler again with the options it has.
@@ -43,18 +45,20 @@ public:
     /// @param dst        the room to write to: planes and sample count per channel
     /// @param dstOffset  samples of `dst` to leave alone at its start, 0 to its sample count
     /// @return           samples written per channel; those without room stay buffered for the next call
+    /// @pre              both buffers hold what Init() was told; their descriptions aren't compared with it
     /// @throws FilterException  no `dst`, an offset outside it, a missing plane: "incorrect dst parameter.";
-    ///         an object that isn't ready; FFmpeg's refusal, or a `src` that counts samples and has no planes.
+    ///         an object that isn't ready; FFmpeg's refusal, or a `src` with samples that lacks a plane.
     int Convert(const boost::intrusive_ptr<IDataAudio>& src, const boost::intrusive_ptr<IDataAudio>& dst,
                 int dstOffset);
 
     /// What the resampler holds, in units of 1/`base` second, cut to an int: meaningful while delay times
-    /// `base` stays below 2^31 (bases near 10^9 come out negative).
+    /// `base` stays below 2^31 (bases near 10^9 come out negative). 0 after a failed initialisation.
     int GetDelay(int base) const;
 
-    /// Stretches the next `compensationDistance` output samples by `sampleDelta` samples.
-    /// With equal rates on both sides this makes FFmpeg start its resampler and drop what it has buffered: set
-    /// it before the first Convert().
+    /// Adds `sampleDelta` samples, or drops them when negative, over the next `compensationDistance` output
+    /// samples; 0 and 0 ends that. With equal rates on both sides this makes FFmpeg start its resampler and
+    /// drop what it has buffered: call it before the first Convert().
+    /// @throws FilterException  a negative distance, or a delta that isn't smaller than its distance.
     void SetCompensation(int sampleDelta, int compensationDistance);
 
     void Reset() noexcept;

@@ -98,6 +98,19 @@ std::array<int, 4> ComputeCoefficients(YCbCrMatrix matrix)
     return table;
 }
 
+/// Ranges, brightness, contrast and saturation stay as the scaler chose them.
+void ReplaceTables(SwsContext* context, const int* source, const int* target)
+{
+    int* oldSource = nullptr;
+    int* oldTarget = nullptr;
+    int sourceRange = 0, targetRange = 0, brightness = 0, contrast = 0, saturation = 0;
+    // Neither result is examined: both refuse only conversions without YUV, which have no tables to replace.
+    sws_getColorspaceDetails(context, &oldSource, &sourceRange, &oldTarget, &targetRange, &brightness,
+                             &contrast, &saturation);
+    sws_setColorspaceDetails(context, source, sourceRange, target, targetRange, brightness, contrast,
+                             saturation);
+}
+
 /// v / 2^shift, rounded up.
 constexpr int64_t CeilShift(int64_t v, int shift) { return -((-v) >> shift); }
 
@@ -136,18 +149,18 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
         Throw<ProcException>("Can't allocate SW Scale context");
     const auto set = [&](const char* name, auto value) { AVOptSetter(fresh.context, name, 0).Set(value); };
 
-    std::optional<int> range;
     set("srcw", p.src.width);
     set("srch", p.src.height);
-    set("src_format", GetInputPixelFormat(p, range));
-    if (range)
-        set("src_range", *range);
-    range.reset();
+    std::optional<int> sourceRange;
+    set("src_format", GetInputPixelFormat(p, sourceRange));
+    if (sourceRange)
+        set("src_range", *sourceRange);
     set("dstw", p.dst.width);
     set("dsth", p.dst.height);
-    set("dst_format", GetOutputPixelFormat(p, range));
-    if (range)
-        set("dst_range", *range);
+    std::optional<int> targetRange;
+    set("dst_format", GetOutputPixelFormat(p, targetRange));
+    if (targetRange)
+        set("dst_range", *targetRange);
     set("sws_flags", p.flags);
     if (p.params) {
         set("param0", p.params->first);
@@ -156,16 +169,8 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
     if (sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0)
         Raise(Exception(p) << TagDescription("Can't init SW Scale context"));
 
-    if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified) {
-        int* sourceTable = nullptr;
-        int* table = nullptr;
-        int sourceRange = 0, targetRange = 0, brightness = 0, contrast = 0, saturation = 0;
-        // Both refuse only conversions without YUV, which have no tables to replace.
-        sws_getColorspaceDetails(fresh.context, &sourceTable, &sourceRange, &table, &targetRange, &brightness,
-                                 &contrast, &saturation);
-        sws_setColorspaceDetails(fresh.context, GetCoefficients(p.src.matrix), sourceRange,
-                                 GetCoefficients(p.dst.matrix), targetRange, brightness, contrast, saturation);
-    }
+    if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified)
+        ReplaceTables(fresh.context, GetCoefficients(p.src.matrix), GetCoefficients(p.dst.matrix));
     Swap(fresh);
 }
 
@@ -198,14 +203,15 @@ void SafeSwsContext::CopyPlanes(const SwsSource& src, int sliceY, int sliceH, co
         if (plane == 1)
             rowLength *= 2;
         const int64_t firstRow = CeilShift(sliceY, shiftY);
-        // A slice that begins on an odd row rounds up twice and would reach one row below the plane.
+        // A slice that begins on an odd row is rounded up twice and could reach one row below the plane.
         const int64_t rowCount =
             std::min(CeilShift(sliceH, shiftY), CeilShift(params.dst.height, shiftY) - firstRow);
-        if (rowCount <= 0)
+        if (firstRow < 0 || rowCount <= 0)
             continue;
-        CopyPlane(Details::PlaneTemplate<true>(src.data[plane], src.linesize[plane], rowLength, rowCount, 0, false),
-                  Details::PlaneTemplate<false>(dst.data[plane] + dst.linesize[plane] * firstRow,
-                                                dst.linesize[plane], rowLength, rowCount, 0, false));
+        CopyPlane(
+            Details::PlaneTemplate<true>(src.data[plane], src.linesize[plane], rowLength, rowCount, 0, false),
+            Details::PlaneTemplate<false>(dst.data[plane] + dst.linesize[plane] * firstRow,
+                                          dst.linesize[plane], rowLength, rowCount, 0, false));
     }
 }
 

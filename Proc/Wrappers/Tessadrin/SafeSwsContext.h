@@ -7,6 +7,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "host/MediaDescription.h"
 
+#include <concepts>
 #include <optional>
 #include <string>
 #include <utility>
@@ -42,7 +43,12 @@ TESSADRIN_API const AVFrame& GetAVFrameRef(const AVFrame* frame);
 
 }  // namespace Details
 
-/// Planes to read: pointers, and bytes from one row to the next.
+/// Owners of a frame, such as SafeFrame and std::unique_ptr.
+template <class T>
+concept FrameHolder = std::convertible_to<decltype(std::declval<const T&>().get()), const AVFrame*>;
+
+/// Planes to read: pointers, and bytes from one row to the next. Refers to the frame's memory without a
+/// reference of its own.
 struct SwsSource {
     SwsSource() = default;
     explicit SwsSource(const AVFrame& frame)
@@ -54,6 +60,7 @@ struct SwsSource {
     }
     /// @throws ProcException  the pointer is null.
     explicit SwsSource(const AVFrame* frame) : SwsSource(Details::GetAVFrameRef(frame)) {}
+    explicit SwsSource(const FrameHolder auto& holder) : SwsSource(Details::GetAVFrameRef(holder.get())) {}
 
     const uint8_t* data[4] = {};
     int linesize[4] = {};
@@ -71,6 +78,10 @@ struct SwsDestination {
     }
     /// @throws ProcException  the pointer is null.
     explicit SwsDestination(const AVFrame* frame) : SwsDestination(Details::GetAVFrameRef(frame)) {}
+    explicit SwsDestination(const FrameHolder auto& holder)
+        : SwsDestination(Details::GetAVFrameRef(holder.get()))
+    {
+    }
 
     uint8_t* data[4] = {};
     int linesize[4] = {};
@@ -104,8 +115,8 @@ public:
     /// @param src             planes of the slice; the pointers are at its first row
     /// @param sliceY, sliceH  first row and row count, in luma rows of the source
     /// @param dst             planes of the whole picture, params.dst.height rows
-    /// @return                rows written, or the destination's height where planes are only copied; when the
-    ///                        scaler refuses, FFmpeg's negative code unchanged; AVERROR(EINVAL) when empty
+    /// @return                rows written, or the destination's height where planes are only copied;
+    ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty
     int Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
     /// The whole picture.
     int Scale(const SwsSource& src, const SwsDestination& dst) const;
@@ -127,7 +138,7 @@ private:
     void CopyPlanes(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
 
     SwsCtxParams params;
-    const AVPixFmtDescriptor* copyDescriptor = nullptr;  ///< set where planes are only copied; FFmpeg's, static
+    const AVPixFmtDescriptor* copyDescriptor = nullptr;  ///< FFmpeg's, static; set where planes are copied
     SwsContext* context = nullptr;                       ///< owned
 };
 

@@ -55,7 +55,8 @@ std::vector<AVPixelFormat> SafeEncoderCodec::GetSupportedPixelFormats() const
         Throw<ProcException>("Unable to get supported pixel formats");
 
     std::vector<AVPixelFormat> formats;
-    for (auto format = static_cast<const AVPixelFormat*>(list); format && *format != AV_PIX_FMT_NONE; ++format)
+    for (auto format = static_cast<const AVPixelFormat*>(list); format && *format != AV_PIX_FMT_NONE;
+         ++format)
         formats.push_back(*format);
     return formats;
 }
@@ -91,8 +92,8 @@ NameSet SafeEncoderCodec::GetOptionValues(std::string_view name) const
 
 bool SafeEncoderCodec::IsTwoPassEncodingAllowed() const
 {
-    static const NameSet encoders = {"libaom-av1", "libvpx", "libvpx-vp9", "libvvenc", "libx264",
-                                     "mjpeg", "mpeg1video", "mpeg2video", "mpeg4"};
+    static const NameSet encoders = {"libaom-av1", "libvpx",     "libvpx-vp9", "libvvenc", "libx264",
+                                     "mjpeg",      "mpeg1video", "mpeg2video", "mpeg4"};
     return encoders.contains(std::string_view(codec->name));
 }
 

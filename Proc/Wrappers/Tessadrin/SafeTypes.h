@@ -2,9 +2,9 @@
 /// Codec contexts, and what an encoder can do.
 #pragma once
 
+#include "Proc/Wrappers/Tessadrin/CodecList.h"
 #include "Proc/Wrappers/Tessadrin/Export.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
-#include "Proc/Wrappers/Tessadrin/CodecList.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Codecs.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.UniquePtr.h"
@@ -38,8 +38,7 @@ namespace Proc {
 using NameSet = std::unordered_set<std::string, CaseSensitiveHash, std::equal_to<>>;
 
 /// Owns one AVCodecContext. One thread at a time.
-class SafeCodecContext
-    : public Details::UniquePtr<AVCodecContext, Details::CustomDeleterAVFreeCodecCtx> {
+class SafeCodecContext : public Details::UniquePtr<AVCodecContext, Details::CustomDeleterAVFreeCodecCtx> {
     using Owner = Details::UniquePtr<AVCodecContext, Details::CustomDeleterAVFreeCodecCtx>;
 
 public:
@@ -77,8 +76,8 @@ public:
     SafeEncoderCodec(AVCodecID id, const std::string& implementation) : codec(FindEncoder(id, implementation))
     {
         if (!codec)
-            Details::Raise(EncoderException() << TagDescription("Can't find encoder by ID")
-                                              << TagCodecID(CodecIDToTextID(id)));
+            Details::Raise(EncoderException()
+                           << TagDescription("Can't find encoder by ID") << TagCodecID(CodecIDToTextID(id)));
     }
 
     const AVCodec* Get() const noexcept { return codec; }  ///< never null; FFmpeg's, static
@@ -101,8 +100,8 @@ public:
     /// Names of the encoder's own options; empty when it has none.
     NameSet GetSupportedOptions() const;
 
-    /// Names that an own option takes as its value: the constants that FFmpeg lists right behind it. Empty for
-    /// options that take numbers or free text, and for unknown ones.
+    /// Names that an own option takes as its value: the constants that FFmpeg lists right behind it. Empty
+    /// for options that take numbers or free text, and for unknown ones.
     NameSet GetOptionValues(std::string_view option) const;
 
     /// Whether the encoder gains from a second run over the same input.

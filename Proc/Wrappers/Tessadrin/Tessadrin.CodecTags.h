@@ -8,20 +8,23 @@
 
 namespace Quorva::Proc {
 
-// A tag is a four-character code with the first character in the lowest byte, or a 16-bit WAVE format code.
-// AVI and WAVE know it first; QuickTime is asked only for what they don't know. A tag that neither knows gives
-// the text of Conf::IFormatCodec::CODEC_ID_NONE.
-// All throw Conf::FormatException when FFmpeg maps the tag to a codec that the pipeline has no text for.
-
+/// The video codec of a four-character code, its first character in the lowest byte. The table of AVI is
+/// asked first, that of QuickTime for what the first doesn't know, each for the exact code and then for one
+/// that differs in letter case. A code unknown to both gives the text of Conf::IFormatCodec::CODEC_ID_NONE.
+/// @throws Conf::FormatException  the pipeline has no text for FFmpeg's codec.
 TESSADRIN_API std::string FindCodecVideoID(unsigned int tag);
+
+/// The audio codec of a 16-bit WAVE format code or a four-character code: as FindCodecVideoID(), WAVE first.
+/// @throws Conf::FormatException  as FindCodecVideoID().
 TESSADRIN_API std::string FindCodecAudioID(unsigned int tag);
 
-/// Video first; audio for what the video tables don't know. A tag whose video codec has no text throws, even
-/// where the audio tables know it.
+/// Video first; audio for what the video tables don't know. Small numbers are video too: 1 is a video codec,
+/// not WAVE's PCM.
+/// @throws Conf::FormatException  as FindCodecVideoID(), even where the audio tables know the tag.
 TESSADRIN_API std::string FindCodecID(unsigned int tag);
 
-/// The codec of an MPEG-4 object type indication, as found in MP4 elementary stream descriptors; empty when the
-/// number isn't known. Where a number stands for two codecs, the usual one.
+/// The codec of an MPEG-4 object type indication, as found in MP4 elementary stream descriptors; empty when
+/// the number isn't known. Where a number stands for two codecs, the usual one.
 TESSADRIN_API std::string FindMP4CodecID(unsigned int tag);
 
 }  // namespace Quorva::Proc

@@ -2,6 +2,7 @@
 
 #include "Proc/Wrappers/Tessadrin/ChannelLayoutsConvertion.h"
 #include "Proc/Wrappers/Tessadrin/CodecList.h"
+#include "Proc/Wrappers/Tessadrin/Details/KeyFrame.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 
 #include <glog/logging.h>
@@ -30,8 +31,8 @@ static_assert(sizeof(Conf::DisplayMatrix::values) == 36);
 template <class T>
 bool AddSideData(AVCodecParameters& parameters, AVPacketSideDataType type, const T& value)
 {
-    AVPacketSideData* entry = av_packet_side_data_new(
-        &parameters.coded_side_data, &parameters.nb_coded_side_data, type, sizeof value, 0);
+    AVPacketSideData* entry = av_packet_side_data_new(&parameters.coded_side_data,
+                                                      &parameters.nb_coded_side_data, type, sizeof value, 0);
     if (entry)
         std::memcpy(entry->data, &value, sizeof value);
     return entry;
@@ -90,9 +91,11 @@ void FillAudio(const IFormatCodecAudio& audio, AVCodecParameters& parameters)
 int64_t LargestQuantizer(const std::string& textId)
 {
     static const std::map<std::string, int64_t> quantizers = {
-        {IFormatCodecVideo::CODEC_ID_H264, 51}, {IFormatCodecVideo::CODEC_ID_H265, 51},
-        {IFormatCodecVideo::CODEC_ID_VP8, 63},  {IFormatCodecVideo::CODEC_ID_VP9, 63},
-        {IFormatCodecVideo::CODEC_ID_AV1, 63},
+        {IFormatCodecVideo::CODEC_ID_H264, 51},
+        {IFormatCodecVideo::CODEC_ID_H265, 51},
+        {IFormatCodecVideo::CODEC_ID_VP8,  63},
+        {IFormatCodecVideo::CODEC_ID_VP9,  63},
+        {IFormatCodecVideo::CODEC_ID_AV1,  63},
     };
     const auto found = quantizers.find(textId);
     return found == quantizers.end() ? 51 : found->second;
@@ -120,23 +123,23 @@ void FormatCodecToCodecParameters(const boost::intrusive_ptr<const IFormatCodec>
         parameters->profile = codec->GetProfile();
 
     switch (codec->GetKind()) {
-    case IFormatCodec::Kind::Video:
-        parameters->codec_type = AVMEDIA_TYPE_VIDEO;
-        FillVideo(dynamic_cast<const IFormatCodecVideo&>(*codec), *parameters);
-        break;
-    case IFormatCodec::Kind::Audio:
-        parameters->codec_type = AVMEDIA_TYPE_AUDIO;
-        FillAudio(dynamic_cast<const IFormatCodecAudio&>(*codec), *parameters);
-        break;
-    case IFormatCodec::Kind::Other:
-        parameters->codec_type = AVMEDIA_TYPE_SUBTITLE;
-        break;
-    case IFormatCodec::Kind::Subtitle:
-        parameters->codec_type = AVMEDIA_TYPE_SUBTITLE;
-        // FFmpeg's muxers know the older identifier under the newer one only.
-        if (codec->GetCodecID() == IFormatCodecSubtitle::CODEC_ID_SSA)
-            parameters->codec_id = AV_CODEC_ID_ASS;
-        break;
+        case IFormatCodec::Kind::Video:
+            parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+            FillVideo(dynamic_cast<const IFormatCodecVideo&>(*codec), *parameters);
+            break;
+        case IFormatCodec::Kind::Audio:
+            parameters->codec_type = AVMEDIA_TYPE_AUDIO;
+            FillAudio(dynamic_cast<const IFormatCodecAudio&>(*codec), *parameters);
+            break;
+        case IFormatCodec::Kind::Other:
+            parameters->codec_type = AVMEDIA_TYPE_SUBTITLE;
+            break;
+        case IFormatCodec::Kind::Subtitle:
+            parameters->codec_type = AVMEDIA_TYPE_SUBTITLE;
+            // FFmpeg's muxers know the older identifier under the newer one only.
+            if (codec->GetCodecID() == IFormatCodecSubtitle::CODEC_ID_SSA)
+                parameters->codec_id = AV_CODEC_ID_ASS;
+            break;
     }
     SetExtradata(parameters, codec->GetExtradata());
 }
@@ -178,33 +181,33 @@ int64_t GetAudioBitrate(const AVCodecParameters* parameters)
 {
     int bits = 0;
     switch (parameters->codec_id) {
-    case AV_CODEC_ID_PCM_S16LE:
-    case AV_CODEC_ID_PCM_S16BE:
-    case AV_CODEC_ID_PCM_U16LE:
-    case AV_CODEC_ID_PCM_U16BE:
-        bits = 16;
-        break;
-    case AV_CODEC_ID_PCM_S8:
-    case AV_CODEC_ID_PCM_U8:
-    case AV_CODEC_ID_PCM_MULAW:
-    case AV_CODEC_ID_PCM_ALAW:
-        bits = 8;
-        break;
-    case AV_CODEC_ID_PCM_S32LE:
-    case AV_CODEC_ID_PCM_S32BE:
-    case AV_CODEC_ID_PCM_U32LE:
-    case AV_CODEC_ID_PCM_U32BE:
-        bits = 32;
-        break;
-    case AV_CODEC_ID_PCM_S24LE:
-    case AV_CODEC_ID_PCM_S24BE:
-    case AV_CODEC_ID_PCM_U24LE:
-    case AV_CODEC_ID_PCM_U24BE:
-    case AV_CODEC_ID_PCM_S24DAUD:
-        bits = 24;
-        break;
-    default:
-        return parameters->bit_rate;
+        case AV_CODEC_ID_PCM_S16LE:
+        case AV_CODEC_ID_PCM_S16BE:
+        case AV_CODEC_ID_PCM_U16LE:
+        case AV_CODEC_ID_PCM_U16BE:
+            bits = 16;
+            break;
+        case AV_CODEC_ID_PCM_S8:
+        case AV_CODEC_ID_PCM_U8:
+        case AV_CODEC_ID_PCM_MULAW:
+        case AV_CODEC_ID_PCM_ALAW:
+            bits = 8;
+            break;
+        case AV_CODEC_ID_PCM_S32LE:
+        case AV_CODEC_ID_PCM_S32BE:
+        case AV_CODEC_ID_PCM_U32LE:
+        case AV_CODEC_ID_PCM_U32BE:
+            bits = 32;
+            break;
+        case AV_CODEC_ID_PCM_S24LE:
+        case AV_CODEC_ID_PCM_S24BE:
+        case AV_CODEC_ID_PCM_U24LE:
+        case AV_CODEC_ID_PCM_U24BE:
+        case AV_CODEC_ID_PCM_S24DAUD:
+            bits = 24;
+            break;
+        default:
+            return parameters->bit_rate;
     }
     // 64 bits: a damaged header may claim rates whose product doesn't fit 32.
     return int64_t{parameters->sample_rate} * parameters->ch_layout.nb_channels * bits;
@@ -237,7 +240,7 @@ void FillAvFrameParams(AVFrame& frame, const IDataVideo& video)
     frame.format = static_cast<int>(video.GetPixelFormat());
     frame.width = picture.width;
     frame.height = picture.height;
-    Details::ClearKeyFrame(frame);
+    Details::SetKeyFrame(frame, false);
     frame.sample_aspect_ratio = {picture.aspectX, picture.aspectY};
 }
 

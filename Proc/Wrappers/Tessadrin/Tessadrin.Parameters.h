@@ -21,15 +21,15 @@ namespace Quorva::Proc {
 TESSADRIN_API void FormatCodecToCodecParameters(const boost::intrusive_ptr<const Conf::IFormatCodec>& codec,
                                                 AVCodecParameters* parameters);
 
-/// Replaces the extradata by a copy of `extradata` with FFmpeg's padding behind it, or by none when the blob is
-/// null or empty.
+/// Replaces the extradata by a copy of `extradata` with FFmpeg's padding behind it, or by none when the blob
+/// is null or empty.
 /// @throws Core::MemoryException  it cannot be allocated, or is larger than FFmpeg can count; then there is
 ///         none.
 TESSADRIN_API void SetExtradata(AVCodecParameters* parameters,
                                 const boost::intrusive_ptr<const IBlob>& extradata);
 
-/// The codec's quality as a quantizer of its encoder: MIN_QUALITY to MAX_QUALITY spread evenly over MIN_QUALITY
-/// to `maxQuantizer`, qualities beyond either end taken as that end.
+/// The codec's quality as a quantizer of its encoder: MIN_QUALITY to MAX_QUALITY spread evenly over
+/// MIN_QUALITY to `maxQuantizer`, qualities beyond either end taken as that end.
 /// @param maxQuantizer  receives the encoder's largest quantizer: 63 for VP8, VP9 and AV1, otherwise 51
 TESSADRIN_API int64_t GetProperQuality(const boost::intrusive_ptr<const Conf::IFormatCodec>& codec,
                                        int64_t& maxQuantizer);
