@@ -30,9 +30,8 @@ public:
     explicit operator bool() const noexcept { return context != nullptr; }
 
     /// Sets up the conversion, or another one on an object that is ready; samples still buffered are dropped.
-    /// @throws FilterException  FFmpeg refuses one of the descriptions, and the object is empty; or it
-    /// refuses
-    ///         to initialise, and the object holds an uninitialised resampler.
+    /// @throws FilterException  FFmpeg refuses a description, and the object is empty; or FFmpeg refuses to
+    ///         initialise, and the object holds an uninitialised resampler.
     /// @throws std::logic_error  a layout outside the enumeration; the object stays as it was.
     void Init(const Conf::SampleInfo& in, const Conf::SampleInfo& out);
 
