@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <type_traits>
 
@@ -17,66 +18,370 @@ namespace {
 
 constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";  // U+FFFD
 
-/// A character set as iconv names it, and the bytes of its smallest unit.
-struct Charset {
-    const char* name;
-    std::size_t unit;
-};
+using Utf8 = boost::locale::utf::utf_traits<char>;
 
-bool IsValidUtf8(std::string_view text)
+bool IsHigh(char c) { return static_cast<uint8_t>(c) >= 0x80; }
+bool IsBetween(char c, uint8_t low, uint8_t high)
 {
-    using Traits = boost::locale::utf::utf_traits<char>;
-    for (auto at = text.begin(); at != text.end();)
-        if (!boost::locale::utf::is_valid_codepoint(Traits::decode(at, text.end())))
-            return false;
-    return true;
+    return static_cast<uint8_t>(c) >= low && static_cast<uint8_t>(c) <= high;
+}
+bool IsAsciiLetter(char c) { return IsBetween(c, 'A', 'Z') || IsBetween(c, 'a', 'z'); }
+
+enum class Utf8State { Valid, CutOff, Invalid };
+
+/// CutOff: valid, with characters beyond ASCII, but for a last character that misses its end. Tags of fixed
+/// length cut like this.
+Utf8State CheckUtf8(std::string_view text)
+{
+    bool anyWide = false;
+    for (auto at = text.begin(); at != text.end();) {
+        const auto decoded = Utf8::decode(at, text.end());
+        if (decoded == boost::locale::utf::incomplete && anyWide)
+            return Utf8State::CutOff;
+        if (!boost::locale::utf::is_valid_codepoint(decoded))
+            return Utf8State::Invalid;
+        anyWide |= decoded >= 0x80;
+    }
+    return Utf8State::Valid;
 }
 
-/// Fails only when the character set isn't installed; then the result is false and `result` is undefined.
-bool Convert(std::string_view text, const Charset& from, std::string& result)
+/// Converts to UTF-8. A last character that misses its end becomes U+FFFD; so does each unit of `unit` bytes
+/// that means nothing, when `lenient`, where the conversion stops otherwise.
+/// @return  nothing when it stopped, or when the system doesn't know the character set.
+std::optional<std::string> Convert(std::string_view text, const char* charset, std::size_t unit, bool lenient)
 {
-    const iconv_t opened = ::iconv_open("UTF-8", from.name);
+    const iconv_t opened = ::iconv_open("UTF-8", charset);
     if (opened == reinterpret_cast<iconv_t>(-1))
-        return false;
-    const auto close = [](iconv_t converter) { ::iconv_close(converter); };
-    const std::unique_ptr<std::remove_pointer_t<iconv_t>, decltype(close)> converter(opened, close);
-
-    result.clear();
+        return std::nullopt;
+    const std::unique_ptr<std::remove_pointer_t<iconv_t>, decltype(&::iconv_close)> converter(opened,
+                                                                                              &::iconv_close);
+    std::string result;
     char* in = const_cast<char*>(text.data());  // iconv doesn't write to it
     std::size_t inLeft = text.size();
-    while (inLeft != 0) {
+    for (bool flushing = false;;) {
         char buffer[1024];
         char* out = buffer;
         std::size_t outLeft = sizeof buffer;
-        const std::size_t status = ::iconv(converter.get(), &in, &inLeft, &out, &outLeft);
+        // Some converters hold the last character back until they are told that nothing follows.
+        const std::size_t status =
+            ::iconv(converter.get(), flushing ? nullptr : &in, flushing ? nullptr : &inLeft, &out, &outLeft);
         const int error = errno;
         result.append(buffer, out);
-        if (status != static_cast<std::size_t>(-1) || error == E2BIG)
+        if (status != static_cast<std::size_t>(-1)) {
+            if (flushing)
+                return result;
+            flushing = true;
             continue;
-        const std::size_t skipped = std::min(inLeft, from.unit);
+        }
+        if (error == E2BIG)
+            continue;
+        if (flushing || (error != EINVAL && !lenient))
+            return std::nullopt;
+        const std::size_t skipped = error == EINVAL ? inLeft : std::min(inLeft, unit);
         in += skipped;
         inLeft -= skipped;
         result += REPLACEMENT;
     }
-    return true;
+}
+
+std::optional<std::string> ConvertStrictly(std::string_view text, const char* charset)
+{
+    return Convert(text, charset, 1, false);
+}
+
+/// Text in units of two or four bytes.
+struct WideText {
+    const char* charset;
+    std::size_t unit;
+    std::size_t mark;  ///< bytes of the byte order mark
+};
+
+std::optional<WideText> FindWideText(std::string_view text)
+{
+    using namespace std::string_view_literals;
+    if (text.size() % 4 == 0 && text.starts_with("\xFF\xFE\0\0"sv))
+        return WideText{"UTF-32LE", 4, 4};
+    if (text.starts_with("\0\0\xFE\xFF"sv))
+        return WideText{"UTF-32BE", 4, 4};
+    if (text.starts_with("\xFF\xFE"sv))
+        return WideText{"UTF-16LE", 2, 2};
+    if (text.starts_with("\xFE\xFF"sv))
+        return WideText{"UTF-16BE", 2, 2};
+
+    // Without a mark: Latin text has a zero in every unit, always on the same side.
+    if (text.size() % 2 != 0 || text.size() < 4)
+        return std::nullopt;
+    std::string_view body = text;
+    if (body.ends_with("\0\0"sv))
+        body.remove_suffix(2);
+    std::size_t zeros[2] = {};
+    for (std::size_t i = 0; i < body.size(); ++i)
+        zeros[i % 2] += body[i] == '\0';
+    const auto most = [&](std::size_t count) { return count >= 2 && count * 2 * 4 >= body.size() * 3; };
+    if (zeros[0] == 0 && most(zeros[1]))
+        return WideText{"UTF-16LE", 2, 0};
+    if (zeros[1] == 0 && most(zeros[0]))
+        return WideText{"UTF-16BE", 2, 0};
+    return std::nullopt;
+}
+
+/// Whether there is a word of at least `least` letters, all of them beyond ASCII.
+bool HasForeignWord(std::string_view text, std::size_t least)
+{
+    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+        end = begin;
+        while (end < text.size() && IsHigh(text[end]))
+            ++end;
+        if (end - begin >= least && (begin == 0 || !IsAsciiLetter(text[begin - 1])) &&
+            (end == text.size() || !IsAsciiLetter(text[end])))
+            return true;
+    }
+    return false;
+}
+
+enum class Cyrillic { No, OneCase, Capitalised };
+
+/// Whether all that isn't ASCII would be Cyrillic words of CP1251 with capitals where they belong.
+Cyrillic LooksLikeCP1251(std::string_view text)
+{
+    const auto isUpper = [](char c) { return IsBetween(c, 0xC0, 0xDF) || IsBetween(c, 0xA8, 0xA8); };
+    const auto isLower = [](char c) { return IsBetween(c, 0xE0, 0xFF) || IsBetween(c, 0xB8, 0xB8); };
+    Cyrillic result = Cyrillic::No;
+    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+        std::size_t upper = 0, lower = 0;
+        bool latin = true;
+        for (end = begin; end < text.size() && (IsHigh(text[end]) || IsAsciiLetter(text[end])); ++end) {
+            upper += isUpper(text[end]);
+            lower += isLower(text[end]);
+            latin &= !IsHigh(text[end]);
+        }
+        const std::size_t length = end - begin;
+        if (latin)
+            continue;
+        const bool capitalised = upper == 1 && lower == length - 1 && isUpper(text[begin]);
+        if (!capitalised && upper != length && lower != length)
+            return Cyrillic::No;
+        if (length >= 3)
+            result = std::max(result, capitalised ? Cyrillic::Capitalised : Cyrillic::OneCase);
+    }
+    return result;
+}
+
+/// Whether letters of Latin and of another script stand side by side in UTF-8 text, none of them ASCII.
+bool HasMixedWord(std::string_view text)
+{
+    bool latin = false;
+    bool foreign = false;
+    for (auto at = text.begin(); at != text.end();) {
+        const auto c = Utf8::decode_valid(at);
+        if (c < 0x80)
+            latin = foreign = false;
+        latin |= c >= 0xC0 && c < 0x250;
+        foreign |= c >= 0x370 && c < 0x2000;
+        if (latin && foreign)
+            return true;
+    }
+    return false;
+}
+
+/// A character set that writes what isn't ASCII in pairs of bytes.
+struct DoubleByte {
+    const char* charset;
+    uint8_t leadLow, leadHigh;          ///< first bytes of its common characters
+    uint8_t trailLow;                   ///< second bytes; 0x7F is never one
+    uint8_t telltaleLow, telltaleHigh;  ///< first bytes that hardly occur in Latin text; 0 for none
+};
+
+constexpr DoubleByte doubleBytes[] = {
+    {"CP932",      0x81, 0x9F, 0x40, 0x82, 0x83}, // kana and kanji
+    {"GB18030",    0xB0, 0xD7, 0xA1, 0,    0   }, // the 3755 common characters
+    {"BIG5-HKSCS", 0xA4, 0xC6, 0x40, 0xA4, 0xBF}, // the 5401 common characters
+    {"UHC",        0xB0, 0xC8, 0xA1, 0,    0   }, // hangul
+};
+
+/// Whether all that isn't ASCII could be common characters of the set, at least `least` of them in a row.
+bool LooksLike(const DoubleByte& set, std::string_view text, std::size_t least)
+{
+    std::size_t run = 0;
+    bool evidence = false;
+    bool found = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (!IsHigh(text[i])) {
+            run = 0;
+            evidence = false;
+            continue;
+        }
+        if (!IsBetween(text[i], set.leadLow, set.leadHigh))
+            return false;
+        if (i + 1 == text.size())
+            break;  // a tag of fixed length has cut it off
+        if (!IsBetween(text[i + 1], set.trailLow, 0xFE))
+            return false;
+        // A letter with an accent before a plain one, twice, is none: some names are like that.
+        evidence |= IsHigh(text[i + 1]) || IsBetween(text[i], set.telltaleLow, set.telltaleHigh);
+        ++run;
+        ++i;
+        found |= run >= least && (evidence || least == 1);
+    }
+    return found;
+}
+
+/// Whether kana are among the characters that the text has as GB 2312: it is of another set then.
+bool HasKanaInGB(std::string_view text)
+{
+    for (std::size_t i = 0; i + 1 < text.size(); ++i)
+        if (IsHigh(text[i])) {
+            if (IsBetween(text[i], 0xA4, 0xA5))
+                return true;
+            ++i;
+        }
+    return false;
+}
+
+/// What a detected set is converted from: the set that people really use under that name.
+struct Detected {
+    const char* name;
+    const char* charset;
+    enum { Latin, OneByte, TwoBytes } kind;
+};
+
+constexpr Detected detected[] = {
+    {"BIG5",         "BIG5-HKSCS", Detected::TwoBytes},
+    {"EUC-JP",       "EUC-JP",     Detected::TwoBytes},
+    {"EUC-KR",       "UHC",        Detected::TwoBytes},
+    {"GB18030",      "GB18030",    Detected::TwoBytes},
+    {"GB2312",       "GB18030",    Detected::TwoBytes},
+    {"IBM866",       "IBM866",     Detected::OneByte },
+    {"ISO-8859-1",   "CP1252",     Detected::Latin   },
+    {"ISO-8859-15",  "CP1252",     Detected::Latin   },
+    {"ISO-8859-2",   "ISO-8859-2", Detected::Latin   },
+    {"ISO-8859-5",   "ISO-8859-5", Detected::OneByte },
+    {"ISO-8859-7",   "CP1253",     Detected::OneByte },
+    {"ISO-8859-8",   "CP1255",     Detected::OneByte },
+    {"ISO-8859-9",   "CP1254",     Detected::Latin   },
+    {"KOI8-R",       "KOI8-U",     Detected::OneByte },
+    {"SHIFT_JIS",    "CP932",      Detected::TwoBytes},
+    {"TIS-620",      "CP874",      Detected::OneByte },
+    {"UHC",          "UHC",        Detected::TwoBytes},
+    {"WINDOWS-1250", "CP1250",     Detected::Latin   },
+    {"WINDOWS-1251", "CP1251",     Detected::OneByte },
+    {"WINDOWS-1252", "CP1252",     Detected::Latin   },
+    {"WINDOWS-1253", "CP1253",     Detected::OneByte },
+    {"WINDOWS-1254", "CP1254",     Detected::Latin   },
+    {"WINDOWS-1255", "CP1255",     Detected::OneByte },
+    {"WINDOWS-1256", "CP1256",     Detected::OneByte },
+    {"WINDOWS-1257", "CP1257",     Detected::Latin   },
+};
+
+/// The detector's name for the set; empty when it has none. Its statistics need some hundred bytes, and a
+/// title has twenty: it gets the title again and again.
+std::string Detect(const std::string& text)
+{
+    constexpr std::size_t ENOUGH = 1024;
+    const std::unique_ptr<uchardet, decltype(&uchardet_delete)> detector(uchardet_new(), &uchardet_delete);
+    std::size_t given = 0;
+    do {
+        if (uchardet_handle_data(detector.get(), text.data(), text.size()) != 0 ||
+            uchardet_handle_data(detector.get(), " ", 1) != 0)
+            return {};
+        given += text.size() + 1;
+    } while (given < ENOUGH);
+    uchardet_data_end(detector.get());
+    return uchardet_get_charset(detector.get());
+}
+
+/// The detector's answer, unless the text itself speaks against it.
+std::optional<std::string> ConvertAsDetected(const std::string& text, const std::string& name)
+{
+    constexpr std::size_t LONG = 256;  // bytes from which the detector is right about rare sets, too
+
+    const auto* const known = std::ranges::find(detected, name, &Detected::name);
+    if (known == std::end(detected))
+        return text.size() >= LONG ? ConvertStrictly(text, name.c_str()) : std::nullopt;
+    switch (known->kind) {
+        case Detected::TwoBytes:
+            if (name.starts_with("GB") && text.size() < LONG && HasKanaInGB(text))
+                return std::nullopt;
+            return ConvertStrictly(text, known->charset);
+        case Detected::OneByte: {
+            if (!HasForeignWord(text, 2))
+                return std::nullopt;
+            auto result = ConvertStrictly(text, known->charset);
+            return result && !HasMixedWord(*result) ? result : std::nullopt;
+        }
+        case Detected::Latin:
+            break;
+    }
+    return std::nullopt;  // comes last, since short words of other scripts look like Latin ones full of
+                          // accents
+}
+
+/// Text of an 8-bit or multi-byte set that isn't UTF-8.
+std::string ConvertLikeliest(const std::string& text)
+{
+    const std::string name = Detect(text);
+    const auto* const known = std::ranges::find(detected, name, &Detected::name);
+    const bool greek =
+        name == "ISO-8859-7" || name == "WINDOWS-1253";  // whose capitals are where CP1251's are
+    const Cyrillic cyrillic = HasForeignWord(text, 3) ? LooksLikeCP1251(text) : Cyrillic::No;
+
+    // No other set but Greek has such capitals; and in one case only, CP1251 reads as KOI8-R in the other.
+    if ((cyrillic == Cyrillic::Capitalised && !greek) || (cyrillic == Cyrillic::OneCase && name == "KOI8-R"))
+        if (auto result = ConvertStrictly(text, "CP1251"))
+            return *std::move(result);
+    if (auto result = ConvertAsDetected(text, name))
+        return *std::move(result);
+    if (cyrillic != Cyrillic::No)
+        if (auto result = ConvertStrictly(text, "CP1251"))
+            return *std::move(result);
+    for (const DoubleByte& set : doubleBytes)
+        if (LooksLike(set, text, 2))
+            if (auto result = ConvertStrictly(text, set.charset))
+                return *std::move(result);
+
+    if (known != std::end(detected) && known->kind == Detected::Latin) {
+        // ISO 8859-2 has control characters where CP1250 has letters.
+        const bool controls = std::ranges::any_of(text, [](char c) { return IsBetween(c, 0x80, 0x9F); });
+        if (auto result = ConvertStrictly(text, controls && name == "ISO-8859-2" ? "CP1250" : known->charset))
+            return *std::move(result);
+    }
+    if (auto result = ConvertStrictly(text, "CP1252"))
+        return *std::move(result);
+    for (const DoubleByte& set : doubleBytes)
+        if (LooksLike(set, text, 1))
+            if (auto result = ConvertStrictly(text, set.charset))
+                return *std::move(result);
+
+    if (auto result = Convert(text, "CP1252", 1, true))
+        return *std::move(result);
+    // A system without the converters: what is certain is kept.
+    std::string result;
+    for (const char c : text)
+        if (IsHigh(c))
+            result += REPLACEMENT;
+        else
+            result += c;
+    return result;
 }
 
 }  // namespace
 
 std::string CharsetEncoding::GetReadeableString(const std::string& text)
 {
-    if (IsValidUtf8(text))
-        return text;
-    std::string result;
-    const std::unique_ptr<uchardet, decltype(&uchardet_delete)> detector(uchardet_new(), &uchardet_delete);
-    if (uchardet_handle_data(detector.get(), text.data(), text.size()) == 0) {
-        uchardet_data_end(detector.get());
-        if (Convert(text, {uchardet_get_charset(detector.get()), 1}, result))
-            return result;
+    if (const auto wide = FindWideText(text))
+        if (auto result = Convert(std::string_view(text).substr(wide->mark), wide->charset, wide->unit, true))
+            return *std::move(result);
+    switch (CheckUtf8(text)) {
+        case Utf8State::Valid:
+            return text;
+        case Utf8State::CutOff:
+            if (auto result = Convert(text, "UTF-8", 1, true))
+                return *std::move(result);
+            break;
+        case Utf8State::Invalid:
+            break;
     }
-    if (!Convert(text, {"CP1252", 1}, result))
-        Convert(text, {"ISO-8859-1", 1}, result);
-    return result;
+    return ConvertLikeliest(text);
 }
 
 }  // namespace Quorva::Core

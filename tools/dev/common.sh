@@ -1,9 +1,10 @@
 # shellcheck shell=bash
 # Shared by `dev` and `tools/dev/root`.
+: "${checkout:?}"
 
 # Exit codes, those of sysexits.h; 77 is also what test runners take for "skipped".
 # shellcheck disable=SC2034
-readonly usageError=64 unavailable=69 cannotWrite=73 noSpace=75 notPermitted=77
+usageError=64 unavailable=69 cannotWrite=73 noSpace=75 notPermitted=77
 
 say() { printf 'dev: %s\n' "$*" >&2; }
 die() {
@@ -13,13 +14,17 @@ die() {
     exit "$status"
 }
 
-: "${checkout:?}"
-
-# The packages of one set, a line each, without the remarks.
-packagesOf() {
-    local line
-    while read -r line || [[ $line ]]; do
-        line=${line%%[[:space:]#]*}
-        [[ -z $line ]] || printf '%s\n' "$line"
-    done <"$checkout/tools/dev/packages.$1"
+# Puts the packages of the named sets, without the remarks, into the array `packages`.
+readPackages() {
+    local set line
+    packages=()
+    for set in "$@"; do
+        while read -r line || [[ $line ]]; do
+            line=${line%%[[:space:]#]*}
+            [[ -z $line ]] || packages+=("$line")
+        done <"$checkout/tools/dev/packages.$set"
+    done
 }
+
+# True for root by grace of sudo in a checkout of the caller's: what is made there shall be the caller's.
+calledBySudo() { ((EUID == 0 && ${SUDO_UID:-0})) && [[ $(stat -c %u "$checkout") == "$SUDO_UID" ]]; }

@@ -1,5 +1,7 @@
 /// @file
 /// Which demuxers the pipeline uses and under which format names, and what an input file is.
+/// Formats are named by the texts of Conf::IFormatFile::FORMAT_*, or by FFmpeg's name of the demuxer where
+/// the pipeline has none of its own. The tables never change: every call here is safe on any thread.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Export.h"
@@ -12,10 +14,39 @@
 
 namespace Quorva::Proc {
 
+/// Finds out what a file is, as far as its first bytes tell.
+///
+/// The formats usual for the file's extension come first: one of them is taken when its demuxer recognises
+/// the bytes and the bytes don't name another format. Otherwise FFmpeg's general search decides, from a score
+/// of 25 upwards. Give 64 KiB where you can: 128 bytes are not enough for elementary streams and MPEG-TS.
+///
+/// @param probe   at most 2 GiB are looked at; see MovieProbe for the padding behind its buffer
+/// @param result  format, score (0 to 100) and ImplNames::FFMPEG when the file is recognised. On entry it may
+///                hold what somebody else found: the extension's formats must score higher, and one that
+///                scores the same takes its format away.
+/// @throws ProcException  "Unknown file format": FFmpeg recognises the file by a demuxer that the pipeline
+///                        doesn't know. The result's score is then FFmpeg's.
 TESSADRIN_API void DetectFileInputFormat(const MovieProbe& probe, ProbeResult& result);
+
+/// The format of a file that FFmpeg has opened. Where one demuxer serves several formats this looks at the
+/// streams and the metadata, and may read the file's first 128 bytes again by the context's url.
+/// @param context  opened for reading; not null
+/// @throws ProcException      "Unknown file format": the pipeline doesn't know the demuxer.
+/// @throws Core::IOException  the url names nothing that can be read.
 TESSADRIN_API std::string GetContainerFormat(AVFormatContext* context);
+
+/// FFmpeg's names of the 354 demuxers that the pipeline knows, in no particular order. This build of FFmpeg
+/// may lack some of them.
 TESSADRIN_API std::vector<std::string> GetFFMPEGKnownInputFormats();
+
+/// The formats that can be read, and the demuxers that read them. Formats that are only recognised, such as
+/// animated WebP and HEIF, are left out, as is JPEG XL where FFmpeg has no decoder for it.
+/// The reference stays valid until the process ends.
 TESSADRIN_API const std::unordered_map<std::string, const AVInputFormat*>& GetFFMPEGSupportedInputFormats();
+
+/// Whether an opened file holds one still picture: a GIF of one frame, or a format that never holds more.
+/// @param format   as GetContainerFormat() gives it
+/// @param context  looked at for a GIF only
 TESSADRIN_API bool IsSingleImageContainer(const std::string& format, AVFormatContext* context);
 
 }  // namespace Quorva::Proc

@@ -1,1 +1,140 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+
+namespace Quorva::Proc {
+
+namespace {
+
+/// FFmpeg's positions are signed.
+int64_t ToFFmpeg(uint64_t position)
+{
+    return position > uint64_t{std::numeric_limits<int64_t>::max()} ? -1 : static_cast<int64_t>(position);
+}
+
+template <class Stream>
+int64_t MoveToEnd(Stream& stream)
+{
+    const int64_t end = ToFFmpeg(stream.GetSize());
+    if (end >= 0)
+        stream.MoveTo(static_cast<uint64_t>(end));
+    return end;
+}
+
+/// Skipping doesn't help: nothing is there, or someone wants an end.
+bool IsFinal(int error)
+{
+    return error == AVERROR(ENOENT) || error == AVERROR(ENXIO) || error == AVERROR(ENODEV) ||
+           error == AVERROR_EOF || error == AVERROR_EXIT;
+}
+
+int64_t GetLength(AVIOContext* io)
+{
+    const int64_t size = avio_size(io);
+    return size >= 0 ? size : avio_seek(io, 0, SEEK_CUR);
+}
+
+constexpr int retryLimit = 20;
+constexpr int64_t skipStep = 1024;            // bytes
+constexpr int64_t shortestRest = 100 * 1024;  // bytes; with less ahead, an error is the end
+
+}  // namespace
+
+int FFReadCallback(void* opaque, uint8_t* buffer, int size)
+{
+    if (!opaque || !buffer || size <= 0)
+        return AVERROR_EOF;
+    const uint64_t count = static_cast<Core::IDataInput*>(opaque)->Read(buffer, static_cast<uint64_t>(size));
+    return count == 0 ? AVERROR_EOF : static_cast<int>(count);
+}
+
+int64_t FFSeekRCallback(void* opaque, int64_t offset, int whence)
+{
+    if (!opaque || offset < 0)
+        return -1;
+    auto& stream = *static_cast<Core::IDataInput*>(opaque);
+    switch (whence) {
+        case SEEK_SET:
+            stream.MoveTo(static_cast<uint64_t>(offset));
+            return offset;
+        case SEEK_CUR:
+            return ToFFmpeg(stream.MoveBy(offset));
+        case SEEK_END:
+            return MoveToEnd(stream);
+        case AVSEEK_SIZE:
+            return ToFFmpeg(stream.GetSize());
+        default:
+            return -1;
+    }
+}
+
+int FFWriteCallback(void* opaque, const uint8_t* buffer, int size)
+{
+    if (!opaque || !buffer || size <= 0)
+        return -1;
+    static_cast<Core::IDataOutput*>(opaque)->Write(buffer, static_cast<uint64_t>(size));
+    return size;
+}
+
+int64_t FFSeekWCallback(void* opaque, int64_t offset, int whence)
+{
+    if (!opaque || offset < 0)
+        return -1;
+    auto& stream = *static_cast<Core::IDataOutput*>(opaque);
+    switch (whence) {
+        case SEEK_SET:
+            if (static_cast<uint64_t>(offset) > stream.GetSize())
+                stream.SetSize(static_cast<uint64_t>(offset));
+            stream.MoveTo(static_cast<uint64_t>(offset));
+            return offset;
+        case SEEK_CUR:
+            return ToFFmpeg(stream.MoveBy(offset));
+        case SEEK_END:
+            return MoveToEnd(stream);
+        case AVSEEK_SIZE:
+            return ToFFmpeg(stream.GetSize());
+        default:
+            return -1;
+    }
+}
+
+int av_read_frame_fixed(AVFormatContext* context, AVPacket* packet)
+{
+    AVIOContext* const io = context->pb;  // null for demuxers that open their own input
+    int retries = 0;
+    int64_t position = AV_NOPTS_VALUE;  // the smallest number there is
+    int64_t length = AV_NOPTS_VALUE;
+    for (;;) {
+        // Buffered seeks may take FFmpeg back; following it there would skip the same bytes for ever.
+        if (io)
+            position = std::max(position, io->pos);
+        const int result = av_read_frame(context, packet);
+        if (result >= 0) {
+            if (io)
+                io->error = 0;  // otherwise the end would be reported as the error that was got past
+            return result;
+        }
+        if (IsFinal(result))
+            return result;
+        if (result == AVERROR(EAGAIN) && retries < retryLimit) {
+            ++retries;
+            continue;
+        }
+
+        if (position <= 0)
+            return result;
+        if (length < 0)
+            length = GetLength(io);
+        if (length < 0 || length - position <= shortestRest)
+            return result;
+        retries = 0;
+        position += skipStep;
+        io->eof_reached = 0;  // set by errors too, and sticky: the seek would read and find "the end"
+        if (av_seek_frame(context, -1, position, AVSEEK_FLAG_BYTE) < 0)
+            return result;
+    }
+}
+
+}  // namespace Quorva::Proc

@@ -1,1 +1,117 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
+
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "host/Charset.h"
+#include "host/FoundationIO.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <iostream>
+#include <locale>
+#include <sstream>
+
+namespace Quorva::Proc {
+
+using Details::Throw;
+
+namespace {
+
+/// Numbers as FFmpeg's option parser reads them: `std::numpunct` itself is that of the classic locale.
+template <class Char>
+class PunctFacet : public std::numpunct<Char> {
+protected:
+    Char do_decimal_point() const override { return '.'; }
+};
+
+std::string ToText(double value)
+{
+    std::ostringstream text;
+    text.imbue(std::locale(std::cout.getloc(), new PunctFacet<char>));  // the locale owns the facet
+    text.precision(3);
+    text << value;
+    return text.str();
+}
+
+std::string ToText(const Core::Property& option)
+{
+    switch (option.Type()) {
+        case PropertyTypes::Boolean:
+            return option.GetBool() ? "true" : "false";
+        case PropertyTypes::Double:
+            return ToText(option.GetDouble());
+        case PropertyTypes::Int64:
+            return std::to_string(option.GetInt64());  // a stream would group digits as the locale wants
+        case PropertyTypes::String:
+            return option.GetString();
+        default:
+            return {};
+    }
+}
+
+}  // namespace
+
+void PutMetadata(AVDictionary** dictionary, const char* key, const char* value)
+{
+    if (!dictionary || !key || !value)
+        Throw<Core::IOException>("NULL parameter(s)");
+    if (*value)
+        av_dict_set(dictionary, key, value,
+                    0);  // fails for want of memory only; metadata isn't worth a throw
+}
+
+void PutMetadata(AVDictionary** dictionary, const char* key, const std::string& value)
+{
+    PutMetadata(dictionary, key, value.c_str());
+}
+
+std::string GetMetadata(AVDictionary* dictionary, const char* key)
+{
+    if (!key)
+        Throw<ProcException>("GetMetadata: key is NULL");
+    const AVDictionaryEntry* const entry = av_dict_get(dictionary, key, nullptr, AV_DICT_IGNORE_SUFFIX);
+    return entry ? Core::CharsetEncoding::GetReadeableString(entry->value) : std::string();
+}
+
+void SetContextOptions(AVDictionary** dictionary, const Core::Property& options)
+{
+    if (options.Type() != PropertyTypes::Group)
+        return PutMetadata(dictionary, options.Name().c_str(), ToText(options));
+    for (uint64_t i = 0; i < options.Count(); ++i)
+        SetContextOptions(dictionary, options[i]);
+}
+
+std::string AVDictionaryToStr(AVDictionary* dictionary)
+{
+    if (!dictionary)
+        return "NULL";
+    char* buffer = nullptr;
+    // A failure leaves no text, which is what is tested.
+    av_dict_get_string(dictionary, &buffer, '=', '\n');
+    const std::string text = buffer ? buffer : "Can't get data from dictionary";
+    av_freep(&buffer);
+    return text;
+}
+
+AVStream* CreateStream(AVFormatContext* context, const AVCodec* codec)
+{
+    return avformat_new_stream(context, codec);
+}
+
+std::string GetMediaTypeName(AVMediaType type)
+{
+    const char* const name = av_get_media_type_string(type);
+    return name ? name : "unknown";
+}
+
+char* stristr(char* haystack, const char* needle)
+{
+    if (!haystack || !needle)
+        return nullptr;
+    const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+    char* const end = haystack + std::strlen(haystack);
+    char* const found = std::search(haystack, end, needle, needle + std::strlen(needle), same);
+    return found != end || !*needle ? found : nullptr;
+}
+
+}  // namespace Quorva::Proc

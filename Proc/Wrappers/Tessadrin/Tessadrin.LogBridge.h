@@ -8,6 +8,21 @@
 
 namespace Quorva::Proc {
 
+/// Writes one message of FFmpeg as one record: level word, source, ": " and at most 1023 bytes of text. The
+/// library installs it with av_log_set_callback() while it loads and leaves it there; it may be called on any
+/// thread until the process ends.
+///
+/// Dropped are messages above av_log_get_level(), a few known to be noise, and whatever came with the same
+/// format string within the last five seconds. FFmpeg's errors and worse become ERROR records, none of which
+/// ends the process, its warnings WARNING records; the rest become INFO records where FLAGS_v is at least 31.
+///
+/// A sink of the logging library that logs through FFmpeg in turn must do so in WaitTillSent(), on the thread
+/// it is called on: send() runs under that library's own lock.
+///
+/// @param context    null, or FFmpeg's object whose first member is its AVClass
+/// @param level      AV_LOG_*; colour bits are ignored
+/// @param format     as of printf; null is ignored
+/// @throws std::system_error  a lock cannot be taken.
 TESSADRIN_API void FFMpegLogCallback(void* context, int level, const char* format, va_list arguments);
 
 }  // namespace Quorva::Proc

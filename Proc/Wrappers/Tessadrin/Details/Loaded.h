@@ -2,6 +2,9 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Details/CodecMaps.h"
+#include "Proc/Wrappers/Tessadrin/Details/FFmpegSetup.h"
+#include "Proc/Wrappers/Tessadrin/Details/InputCatalogue.h"
+#include "Proc/Wrappers/Tessadrin/Details/OutputCatalogue.h"
 #include "Proc/Wrappers/Tessadrin/Details/Selection.h"
 
 namespace Quorva::Proc::Details {
@@ -11,6 +14,10 @@ namespace Quorva::Proc::Details {
 struct Loaded {
     CodecMaps codecs;
     Selection selection;
+    FFmpegSetup ffmpeg;
+    // The error texts, the log bridge's locks, the MP4 object types: constant data, nothing to build.
+    InputCatalogue inputs;
+    OutputCatalogue outputs;
 };
 
 /// The one instance; complete before any caller of the library runs, read-only afterwards.
