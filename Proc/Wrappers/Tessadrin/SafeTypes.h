@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace Quorva {
@@ -50,9 +51,17 @@ public:
         if (!get())
             Details::Throw<ParserException>("Can't create codec context");
     }
+    SafeCodecContext(SafeCodecContext&& other) noexcept
+        : Owner(std::move(other)), capabilities(std::exchange(other.capabilities, 0))
+    {
+    }
+    SafeCodecContext& operator=(SafeCodecContext&& other) noexcept
+    {
+        capabilities = std::exchange(other.capabilities, 0);
+        Owner::operator=(std::move(other));
+        return *this;
+    }
     virtual ~SafeCodecContext() = default;
-    SafeCodecContext(SafeCodecContext&&) = default;
-    SafeCodecContext& operator=(SafeCodecContext&&) = default;
 
     /// Drops what the codec has buffered, as after a seek; nothing happens where no codec is attached.
     virtual void Flush()
