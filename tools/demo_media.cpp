@@ -1,9 +1,11 @@
 // tessadrin_demo_media FOLDER: makes every media file of the demo there.
 //
 // Standard output has one line per file, fields separated by tabs:
-//   made    FILE  FORMAT  what the pipeline should call it
-//   lacks   FILE  REASON  this FFmpeg cannot make it
-//   failed  FILE  REASON
+//   read      FILE  FORMAT  FORMAT is what the pipeline should call it, and then read it
+//   stopped   FILE  FORMAT  the same, but FFmpeg's demuxer reports its end as an error
+//   refused   FILE  FORMAT  the pipeline should recognise it and not read it
+//   lacking   FILE  REASON  this FFmpeg cannot make it
+//   failed    FILE  REASON  it could not be made
 // Exit code: 0, 1 when a file failed, 64 when called wrongly, 73 when FOLDER cannot be made.
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "tests/support/MadeMedia.h"
@@ -11,6 +13,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+
+static const char* Outcome(Quorva::Media::Reading reading)
+{
+    using enum Quorva::Media::Reading;
+    return reading == ToTheEnd ? "read" : reading == ToAnError ? "stopped" : "refused";
+}
 
 int main(int argc, char** argv)
 {
@@ -34,11 +42,11 @@ int main(int argc, char** argv)
     for (const Media::MediaRow& row : Media::MediaRows()) {
         try {
             if (const std::string lacks = Media::Lacks(row); !lacks.empty()) {
-                std::printf("lacks\t%s\t%s\n", row.file, lacks.c_str());
+                std::printf("lacking\t%s\t%s\n", row.file, lacks.c_str());
                 continue;
             }
             Media::Make(row, folder);
-            std::printf("made\t%s\t%s\n", row.file, row.format.Get().c_str());
+            std::printf("%s\t%s\t%s\n", Outcome(row.reading), row.file, row.format.Get().c_str());
         } catch (const std::exception& e) {
             std::printf("failed\t%s\t%s\n", row.file, e.what());
             ++failures;

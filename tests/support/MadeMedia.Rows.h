@@ -135,7 +135,7 @@ inline constexpr MediaRow mediaRows[] = {
     Audio("opus.opus", "opus", "libopus", F::FORMAT_OGG),
     Audio("speex.spx", "spx", "libspeex rate=16000", F::FORMAT_OGG),
     Both("roqvideo-dpcm.roq", "roq", "roqvideo size=128x128:rate=30:frames=5", "roq_dpcm rate=22050", "roq"),
-    Both("mjpeg-pcm.mjpg", "smjpeg", mjpeg, "pcm_s16le", "smjpeg"),
+    {"mjpeg-pcm.mjpg", "smjpeg", mjpeg, "pcm_s16le", nullptr, nullptr, "smjpeg", {}, {}, false, Reading::ToAnError},
 
     // elementary streams of pictures
     Video("vp8.ivf", "ivf", vp8, "ivf"),
@@ -151,7 +151,7 @@ inline constexpr MediaRow mediaRows[] = {
     Video("vc2.drc", "dirac", "vc2 frames=3", "dirac"),
     Video("dnxhr.dnxhd", "dnxhd", "dnxhd profile=dnxhr_sq:size=256x128:frames=5:pix_fmt=yuv422p", "dnxhd"),
     Video("mjpeg.mjpeg", "mjpeg", mjpeg, F::FORMAT_MJPEG),
-    Video("mjpeg.mpjpeg", "mpjpeg", mjpeg, F::FORMAT_MPJPEG),
+    {"mjpeg.mpjpeg", "mpjpeg", mjpeg, nullptr, nullptr, nullptr, F::FORMAT_MPJPEG, {}, {}, false, Reading::ToAnError},
     Video("raw.y4m", "yuv4mpegpipe", "rawvideo pix_fmt=yuv420p:frames=3", "yuv4mpegpipe"),
 
     // images that can move
@@ -159,7 +159,7 @@ inline constexpr MediaRow mediaRows[] = {
     {"single.gif", "gif", "gif frames=1", nullptr, nullptr, nullptr, F::FORMAT_GIF, {}, {}, true},
     Video("animated.apng", "apng", "apng frames=5", F::FORMAT_APNG),
     Video("animated.png", "apng", "apng frames=5", F::FORMAT_APNG),
-    Video("animated.webp", "webp", "libwebp_anim frames=5", F::FORMAT_AWEBP),
+    {"animated.webp", "webp", "libwebp_anim frames=5", nullptr, nullptr, nullptr, F::FORMAT_AWEBP, {}, {}, false, Reading::NotAtAll},
 
     // one image
     Still("rgb24.png", "png frames=1:pix_fmt=rgb24", F::FORMAT_PNG),

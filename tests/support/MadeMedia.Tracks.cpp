@@ -95,11 +95,12 @@ class VideoTrack final : public FilteredTrack {
 public:
     VideoTrack(Spec& spec, bool globalHeader) : FilteredTrack(spec.codec)
     {
-        const std::string formats = FilterList(
-            "pix_fmts", Accepted<AVPixelFormat>(spec.codec, AV_CODEC_CONFIG_PIX_FORMAT),
-            [](AVPixelFormat format) { return std::string(av_get_pix_fmt_name(format)); });
+        const std::string formats =
+            FilterList("pix_fmts", Accepted<AVPixelFormat>(spec.codec, AV_CODEC_CONFIG_PIX_FORMAT),
+                       [](AVPixelFormat format) { return std::string(av_get_pix_fmt_name(format)); });
         std::string chain = spec.Take("source", "testsrc2") + "=size=" + spec.Take("size", "128x96") +
-                            ":rate=" + spec.Take("rate", "25") + ",trim=end_frame=" + spec.Take("frames", "25");
+                            ":rate=" + spec.Take("rate", "25") +
+                            ",trim=end_frame=" + spec.Take("frames", "25");
         if (const std::string wanted = spec.Take("pix_fmt", ""); !wanted.empty())
             chain += ",format=" + wanted;
         else if (!formats.empty())
@@ -132,8 +133,9 @@ public:
         if (const std::string wanted = spec.Take("sample_fmt", ""); !wanted.empty())
             chain += ":sample_fmts=" + wanted;
         else
-            chain += FilterList("sample_fmts", Accepted<AVSampleFormat>(spec.codec, AV_CODEC_CONFIG_SAMPLE_FORMAT),
-                                [](AVSampleFormat format) { return std::string(av_get_sample_fmt_name(format)); });
+            chain +=
+                FilterList("sample_fmts", Accepted<AVSampleFormat>(spec.codec, AV_CODEC_CONFIG_SAMPLE_FORMAT),
+                           [](AVSampleFormat format) { return std::string(av_get_sample_fmt_name(format)); });
         chain += FilterList("sample_rates", Accepted<int>(spec.codec, AV_CODEC_CONFIG_SAMPLE_RATE),
                             [](int value) { return std::to_string(value); });
         Chain(chain, "abuffersink");
@@ -152,7 +154,8 @@ public:
 constexpr char assHeader[] =
     "[Script Info]\r\nScriptType: v4.00+\r\nPlayResX: 384\r\nPlayResY: 288\r\n\r\n"
     "[V4+ Styles]\r\n"
-    "Format: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, Italic, "
+    "Format: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, "
+    "Italic, "
     "Underline, StrikeOut, ScaleX, ScaleY, Spacing, Angle, BorderStyle, Outline, Shadow, Alignment, MarginL, "
     "MarginR, MarginV, Encoding\r\n"
     "Style: Default,Sans,16,&Hffffff,&Hffffff,&H0,&H0,0,0,0,0,100,100,0,0,1,1,0,2,10,10,10,1\r\n\r\n"
@@ -165,7 +168,7 @@ struct Caption {
 };
 
 constexpr Caption captions[] = {
-    {100, 400, "0,0,Default,,0,0,0,,First line"                   },
+    {100, 400, "0,0,Default,,0,0,0,,First line"                      },
     {600, 300, "1,0,Default,,0,0,0,,{\\i1}Second{\\i0} line\\Nof two"},
 };
 

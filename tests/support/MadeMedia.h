@@ -1,6 +1,6 @@
 /// @file
-/// Small media files of many kinds, drawn and encoded on the spot with FFmpeg: for the tests and for the demo.
-/// Neither this nor its library uses the code under test; only the names of formats are the pipeline's.
+/// Small media files of many kinds, drawn and encoded on the spot with FFmpeg: for the tests and for the
+/// demo. Neither this nor its library uses the code under test; only the names of formats are the pipeline's.
 #pragma once
 
 #include <filesystem>
@@ -28,10 +28,17 @@ private:
     const char* demuxer = nullptr;
 };
 
+/// How far a made file can be read.
+enum class Reading {
+    ToTheEnd,
+    ToAnError,  ///< to the end, which FFmpeg's demuxer reports as an error
+    NotAtAll,   ///< it is recognised so that nobody takes it for something else
+};
+
 /// One file to make, and what the pipeline has to say of it.
 ///
-/// `video`, `audio` and `subtitle` are an encoder's name, a space and its options, as "libx264 crf=30:bf=0"; null
-/// means no such stream. Options that the source takes itself:
+/// `video`, `audio` and `subtitle` are an encoder's name, a space and its options, as "libx264 crf=30:bf=0";
+/// null means no such stream. Options that the source takes itself:
 /// - video: source (a lavfi source, testsrc2), size (128x96), rate (25), frames (25), pix_fmt (the encoder's
 ///   nearest to the source), tag (four characters)
 /// - audio: rate (44100), layout (stereo), sample_fmt (the encoder's nearest), seconds (1)
@@ -47,6 +54,7 @@ struct MediaRow {
     FormatName bare;       ///< detected from the bytes alone, without any name; not set: the same
     FormatName container;  ///< found in the opened file; not set: the same as `format`
     bool still = false;    ///< one image and nothing else
+    Reading reading = Reading::ToTheEnd;
 };
 
 std::span<const MediaRow> MediaRows();
