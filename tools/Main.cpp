@@ -100,16 +100,13 @@ int main(int argc, char** argv)
     // Whoever started us may have had it ignored; `| head` is to end the program, not to make it complain.
     std::signal(SIGPIPE, SIG_DFL);
     UseUtf8();
-    int code = EXIT_SOME_FAILED;
     try {
-        code = Run(argc, argv);
+        const int code = Run(argc, argv);
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+            return code;
+        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
     } catch (const std::exception& e) {
         WriteLine(std::string("tessadrin: ") + e.what());
-        code = EXIT_SOME_FAILED;
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
-        code = EXIT_SOME_FAILED;
-    }
-    return code;
+    return EXIT_SOME_FAILED;
 }

@@ -70,7 +70,8 @@ private:
         if (word == "type") {
             const Json types = rule.is_array() ? rule : Json{rule};
             const auto fits = [&](const Json& type) { return HasType(value, type.get<std::string>()); };
-            return std::ranges::any_of(types, fits) ? "" : place + " is no " + rule.dump() + ": " + value.dump();
+            return std::ranges::any_of(types, fits) ? ""
+                                                    : place + " is no " + rule.dump() + ": " + value.dump();
         }
         if (word == "minimum" || word == "maximum") {
             const bool fits = word == "minimum" ? value >= rule : value <= rule;
@@ -78,7 +79,8 @@ private:
         }
         if (word == "items") {
             for (size_t i = 0; i < value.size(); ++i)
-                if (std::string fault = Check(rule, value[i], place + "[" + std::to_string(i) + "]"); !fault.empty())
+                if (std::string fault = Check(rule, value[i], place + "[" + std::to_string(i) + "]");
+                    !fault.empty())
                     return fault;
             return {};
         }
@@ -96,8 +98,8 @@ private:
                     return place + fault;
             return {};
         }
-        static const std::set<std::string> silent = {"$schema", "$defs", "title", "description", "required",
-                                                     "properties", "additionalProperties"};
+        static const std::set<std::string> silent = {
+            "$schema", "$defs", "title", "description", "required", "properties", "additionalProperties"};
         return silent.contains(word) ? "" : throw std::logic_error("schema: " + word);
     }
 

@@ -88,7 +88,7 @@ inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out,
 }
 
 /// Runs the program with its output in files, which are no terminals.
-inline Outcome Run(const std::vector<std::string>& arguments)
+inline Outcome RunProgram(const std::vector<std::string>& arguments)
 {
     const TemporaryFolder folder;
     const auto open = [&](const char* name) {
