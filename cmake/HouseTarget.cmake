@@ -1,6 +1,6 @@
 # Everything one of our own targets has in common.
 function(house_target target)
-  file(RELATIVE_PATH relative "${CMAKE_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+  cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${CMAKE_BINARY_DIR}" OUTPUT_VARIABLE relative)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>")
   target_compile_options(${target} PRIVATE

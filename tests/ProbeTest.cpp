@@ -1,4 +1,5 @@
 // `tessadrin probe`, run as people run it.
+#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "tests/support/JsonSchema.h"
 #include "tests/support/MadeMedia.h"
 #include "tests/support/Program.h"
@@ -43,6 +44,12 @@ std::string DamagedWave()
     return "RIFF" + std::string("\x10\0\0\0", 4) + "WAVEjunk" + std::string(64, '\xff');
 }
 
+std::filesystem::path Made(const char* file)
+{
+    av_log_set_level(AV_LOG_ERROR);
+    return Quorva::Media::MadeFile(file);
+}
+
 const JsonSchema& ProbeSchema()
 {
     static const JsonSchema schema([] {
@@ -66,7 +73,7 @@ json Probe(std::vector<std::string> arguments, int code)
 
 TEST(Probe, TellsWhatIsInAFile)
 {
-    const std::string path = Quorva::Media::MadeFile("h264-flac-srt.mkv").native();
+    const std::string path = Made("h264-flac-srt.mkv").native();
     const json file = Probe({path, "--count"}, 0)["files"][0];
     EXPECT_EQ(file["path"], path);
     EXPECT_EQ(file["size"], std::filesystem::file_size(path));
@@ -99,7 +106,7 @@ TEST(Probe, TellsWhatIsInAFile)
 
 TEST(Probe, PacketsAreListedAsTheyAreCounted)
 {
-    const std::string path = Quorva::Media::MadeFile("h264-aac.mp4").native();
+    const std::string path = Made("h264-aac.mp4").native();
     const json listed = Probe({path, "--packets"}, 0)["files"][0];
     const json counted = Probe({path, "--count"}, 0)["files"][0];
     EXPECT_EQ(listed["count"], counted["count"]);
@@ -202,7 +209,7 @@ TEST(Probe, VerboseNamesPlaceCallsAndFFmpegsReasons)
     const std::string damaged = folder.Put("damaged.wav", DamagedWave());
     const Outcome outcome = RunProgram({"probe", "-v", damaged, folder.At("none.wav")});
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.errors, HasSubstr("\nERROR ")) << "FFmpeg's own";
+    EXPECT_THAT(outcome.errors, StartsWith("ERROR ")) << "FFmpeg's own";
     EXPECT_THAT(outcome.errors,
                 HasSubstr("ProcException from ThrowFFmpegFailure, tools/support/Failure.cpp:"));
     EXPECT_THAT(outcome.errors, HasSubstr("IOException from Create, host/src/Files.cpp:"));
@@ -224,7 +231,8 @@ TEST(Probe, FoldersAreWalkedInOrder)
     std::filesystem::create_directory_symlink("..", folder.path / "a" / "up");
     std::filesystem::create_symlink("nowhere", folder.path / "a" / "dangling");
     std::vector<std::string> paths;
-    for (const json& file : Probe({folder.path.native()}, 0)["files"])
+    const json document = Probe({folder.path.native()}, 0);
+    for (const json& file : document["files"])
         paths.push_back(file["path"]);
     EXPECT_THAT(paths, ElementsAre(folder.At("a/c/y.wav"), folder.At("a/z.wav"), folder.At("a.wav"),
                                    folder.At("b.wav")));
@@ -282,8 +290,8 @@ TEST(Probe, ImagesThatFFmpegWouldOpenByNameAreReadToo)
 TEST(Probe, PlaylistsReachLocalPiecesAndNothingElse)
 {
     const TemporaryFolder folder;
-    const std::string piece = Quorva::Media::MadeFile("h264-aac.mp4").native();
-    std::filesystem::copy_file(Quorva::Media::MadeFile("h264-aac.ts"), folder.path / "piece.ts");
+    const std::string piece = Made("h264-aac.mp4").native();
+    std::filesystem::copy_file(Made("h264-aac.ts"), folder.path / "piece.ts");
     const auto playlist = [](const std::string& entry) {
         return "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + entry + "\n#EXT-X-ENDLIST\n";
     };
@@ -316,7 +324,7 @@ TEST(Probe, TableAlignsItsColumns)
     const size_t format = lines[0].find("FORMAT");
     EXPECT_EQ(lines[1].find("ppm ", format), format + 1)
         << "the letter a-umlaut has two bytes and one column";
-    EXPECT_EQ(lines[2].find("wav "), format);
+    EXPECT_EQ(lines[2].find("wav ", format - 1), format);
     EXPECT_THAT(lines[2], HasSubstr("pcm_s16le"));
     EXPECT_THAT(lines[3], EndsWith("not a known media format (first 5 bytes match nothing)"));
     EXPECT_EQ(lines[2].find("1600") + 4, lines[0].find("BYTES") + 5) << "numbers end where their title does";

@@ -122,6 +122,7 @@ void OpenedInput::FreeSource::operator()(Source* source) const noexcept
 OpenedInput::SourcePointer OpenedInput::MakeSource(boost::intrusive_ptr<Core::IDataInput> stream)
 {
     SourcePointer source(new Source{this, std::move(stream), nullptr});
+    source->stream->MoveTo(0);
     bytes += source->stream->GetSize();
     auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
     if (!buffer)
