@@ -1,54 +1,45 @@
-// What a file is: the rule that finds it, and the recognisers that tell formats of one demuxer apart.
+// What a file is: the extension proposes, the bytes decide.
 #include "Proc/Wrappers/Tessadrin/InputFormat.h"
 
 #include "Proc/Wrappers/Tessadrin/Details/InputCatalogue.h"
-#include "Proc/Wrappers/Tessadrin/Details/RequiredKey.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tests/support/Demuxers.h"
 #include "tests/support/Failure.h"
-#include "tests/support/FormatContext.h"
-#include "tests/support/GuardedBytes.h"
+#include "tests/support/Probes.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <fstream>
-#include <set>
+#include <latch>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Quorva::Proc {
-
-bool operator==(const ProbeResult& a, const ProbeResult& b)
-{
-    return a.format == b.format && a.score == b.score && a.implementation == b.implementation;
-}
-
-std::ostream& operator<<(std::ostream& stream, const ProbeResult& result)
-{
-    return stream << '"' << result.format << "\" " << result.score << " by \"" << result.implementation
-                  << '"';
-}
-
 namespace {
 
 using namespace Details;  // NOLINT(google-build-using-namespace): the library's insides are what is tested
 using namespace std::string_literals;
-using Conf::IFormatFile;
+using F = Conf::IFormatFile;
 
-std::unique_ptr<const MovieProbe> ProbeOf(const std::string& fileName, const std::string& bytes)
+// First, so that every table built on first use is built here.
+TEST(Detection, ManyThreadsAtOnce)
 {
-    return MovieProbe::Create(fileName, {bytes.begin(), bytes.end()});
+    std::latch start(4);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (const char* fileName : {"a.png", "a.jxl", "a%03d.png"}) {
+                ProbeResult result;
+                DetectFileInputFormat(*ProbeOf(fileName, Samples::png), result);
+                EXPECT_EQ(result.format, F::FORMAT_PNG) << fileName;
+            }
+            ProbeResult result;
+            FromProbe::JpegXL(*ProbeOf("", "x"), result);
+            EXPECT_EQ(result.format, F::FORMAT_JPEGXL);
+            EXPECT_FALSE(GetFFMPEGSupportedInputFormats().empty());
+        });
+    for (std::thread& thread : threads)
+        thread.join();
 }
-
-const std::string isoStart =
-    "\0\0\0\x18"s
-    "ftypisom\0\0\2\0isomiso2"s;
-const std::string webpStart = "RIFF\x1a\0\0\0WEBP"s;
-const std::string ebml = "\x1A\x45\xDF\xA3"s;
-const std::string pngStart = "\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\1\0\0\0\1\x08\2\0\0\0\x90wS\xde"s;
-const std::string animation =
-    "\0\0\0\x08"s
-    "acTL\0\0\0\1\0\0\0\0....\0\0\0\1IDAT"s;
 
 // ---- The extension's step, with demuxers that score what the row says.
 
@@ -61,12 +52,12 @@ ProbeResult AmongScored(const std::vector<std::string>& candidates, ProbeResult 
 {
     static const AVInputFormat* const silent = av_find_input_format("s16le");  // without a probe
     const InputMap formats = {
-        {IFormatFile::FORMAT_WAV, wav   },
-        {IFormatFile::FORMAT_AU,  au    },
-        {"aa",                    aa    },
-        {IFormatFile::FORMAT_VOC, voc   },
-        {IFormatFile::FORMAT_AVI, wav   },
-        {"s16le",                 silent}
+        {F::FORMAT_WAV, wav   },
+        {F::FORMAT_AU,  au    },
+        {"aa",          aa    },
+        {F::FORMAT_VOC, voc   },
+        {F::FORMAT_AVI, wav   },
+        {"s16le",       silent}
     };
     DetectAmong(candidates, formats, *ProbeOf("", "x"), result);
     return result;
@@ -74,8 +65,7 @@ ProbeResult AmongScored(const std::vector<std::string>& candidates, ProbeResult 
 
 TEST(DetectAmong, AConfirmedProposalWithAHigherScoreWins)
 {
-    const std::string &WAV = IFormatFile::FORMAT_WAV, &AU = IFormatFile::FORMAT_AU,
-                      &VOC = IFormatFile::FORMAT_VOC, &AVI = IFormatFile::FORMAT_AVI;
+    const std::string &WAV = F::FORMAT_WAV, &AU = F::FORMAT_AU, &VOC = F::FORMAT_VOC, &AVI = F::FORMAT_AVI;
     const struct {
         const char* what;
         std::vector<std::string> candidates;
@@ -110,13 +100,10 @@ TEST(DetectAmong, AnUnknownDemuxerIsAnError)
 {
     const ScoringDemuxer<50> unknown("nobody_knows");
     ProbeResult result;
-    EXPECT_EQ(FailureOf<ProcException>([&] {
-                  DetectAmong(
-                      {
-                          "x"
-                  },
-                      {{"x", unknown}}, *ProbeOf("", "x"), result);
-              }),
+    InputMap formats;
+    formats["x"] = unknown;
+    const auto detect = [&] { DetectAmong({"x"}, formats, *ProbeOf("", "x"), result); };
+    EXPECT_EQ(FailureOf<ProcException>(detect),
               (Failure{"Unknown file format", "GetFormatID", "InputFormat"}));
     EXPECT_EQ(result, ProbeResult());
 }
@@ -125,7 +112,6 @@ TEST(DetectAmong, AnUnknownDemuxerIsAnError)
 
 TEST(DetectFileInputFormat, TheExtensionProposesAndTheBytesDecide)
 {
-    const std::string gif = "GIF89a\1\0\1\0\x80\0\0\0\0\0\xff\xff\xff,\0\0\0\0\1\0\1\0\0\2\2\x44\1\0;"s;
     const std::string& byFFmpeg = ImplNames::FFMPEG;
     const struct {
         const char* what;
@@ -133,20 +119,18 @@ TEST(DetectFileInputFormat, TheExtensionProposesAndTheBytesDecide)
         std::string bytes;
         ProbeResult after;
     } rows[] = {
-        {"second proposal of one demuxer",   "a.mov", isoStart,              {IFormatFile::FORMAT_MP4, 100, byFFmpeg} },
-        {"no extension",                     "a",     isoStart,              {IFormatFile::FORMAT_MP4, 100, byFFmpeg} },
-        {"extension of something else",      "a.png", isoStart,              {IFormatFile::FORMAT_MP4, 100, byFFmpeg} },
-        {"extension that proposes nothing",  "a.zzz", isoStart,              {IFormatFile::FORMAT_MP4, 100, byFFmpeg} },
-        {"one of two proposals",             "a.png", pngStart,              {IFormatFile::FORMAT_PNG, 99, byFFmpeg}  },
-        {"the other",                        "a.png", pngStart + animation,  {IFormatFile::FORMAT_APNG, 100, byFFmpeg}},
-        {"the same without extension",       "a",     pngStart,              {IFormatFile::FORMAT_PNG, 99, byFFmpeg}  },
-        {"the same without extension",       "a",     pngStart + animation,  {IFormatFile::FORMAT_APNG, 100, byFFmpeg}},
-        {"two demuxers of one format",       "a.gif", gif,                   {IFormatFile::FORMAT_GIF, 100, byFFmpeg} },
-        {"a picture's demuxer by file name",
-         "a.tga",                                     "no signature at all",
-         {IFormatFile::FORMAT_IMAGE2, 50, byFFmpeg}                                                                   },
-        {"nothing",                          "a",     "",                    {}                                       },
-        {"nothing that is known",            "a",     "no signature at all", {}                                       },
+        {"second proposal of one demuxer",   "a.mov", Samples::iso,     {F::FORMAT_MP4, 100, byFFmpeg}  },
+        {"no extension",                     "a",     Samples::iso,     {F::FORMAT_MP4, 100, byFFmpeg}  },
+        {"extension of something else",      "a.png", Samples::iso,     {F::FORMAT_MP4, 100, byFFmpeg}  },
+        {"extension that proposes nothing",  "a.zzz", Samples::iso,     {F::FORMAT_MP4, 100, byFFmpeg}  },
+        {"one of two proposals",             "a.png", Samples::png,     {F::FORMAT_PNG, 99, byFFmpeg}   },
+        {"the other",                        "a.png", Samples::apng,    {F::FORMAT_APNG, 100, byFFmpeg} },
+        {"the same without extension",       "a",     Samples::png,     {F::FORMAT_PNG, 99, byFFmpeg}   },
+        {"the same without extension",       "a",     Samples::apng,    {F::FORMAT_APNG, 100, byFFmpeg} },
+        {"two demuxers of one format",       "a.gif", Samples::gif,     {F::FORMAT_GIF, 100, byFFmpeg}  },
+        {"a picture's demuxer by file name", "a.tga", Samples::unknown, {F::FORMAT_IMAGE2, 50, byFFmpeg}},
+        {"nothing",                          "a",     "",               {}                              },
+        {"nothing that is known",            "a",     Samples::unknown, {}                              },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fileName + ": "s + row.what);
@@ -162,21 +146,21 @@ TEST(DetectFileInputFormat, TheExtensionProposesAndTheBytesDecide)
 TEST(DetectFileInputFormat, WhatWasFoundBeforeStandsUnlessBeaten)
 {
     ProbeResult result = {"something", 99, "somebody"};
-    DetectFileInputFormat(*ProbeOf("a.mp4", isoStart), result);
-    EXPECT_EQ(result, (ProbeResult{IFormatFile::FORMAT_MP4, 100, ImplNames::FFMPEG}));
+    DetectFileInputFormat(*ProbeOf("a.mp4", Samples::iso), result);
+    EXPECT_EQ(result, (ProbeResult{F::FORMAT_MP4, 100, ImplNames::FFMPEG}));
 
     // Another score of 100 takes the format away, and FFmpeg's search finds it again.
     result = {"something", 100, "somebody"};
-    DetectFileInputFormat(*ProbeOf("a.mp4", isoStart), result);
-    EXPECT_EQ(result, (ProbeResult{IFormatFile::FORMAT_MP4, 100, ImplNames::FFMPEG}));
+    DetectFileInputFormat(*ProbeOf("a.mp4", Samples::iso), result);
+    EXPECT_EQ(result, (ProbeResult{F::FORMAT_MP4, 100, ImplNames::FFMPEG}));
 
     result = {"something", 1, "somebody"};
-    DetectFileInputFormat(*ProbeOf("a", isoStart), result);
+    DetectFileInputFormat(*ProbeOf("a", Samples::iso), result);
     EXPECT_EQ(result, (ProbeResult{"something", 1, ImplNames::FFMPEG}))
         << "without an extension nobody looks";
 
     result = {"something", 0, "somebody"};
-    DetectFileInputFormat(*ProbeOf("a", "no signature at all"), result);
+    DetectFileInputFormat(*ProbeOf("a", Samples::unknown), result);
     EXPECT_EQ(result, (ProbeResult{"something", 0, "somebody"}));
 }
 
@@ -204,7 +188,7 @@ TEST(DetectFileInputFormat, TheGeneralSearchNeedsAScoreOf25)
     DetectFileInputFormat(named, result);
     EXPECT_EQ(result, ProbeResult());
     DetectFileInputFormat(*audio, result);
-    EXPECT_EQ(result, (ProbeResult{IFormatFile::FORMAT_MP3, 25, ImplNames::FFMPEG}));
+    EXPECT_EQ(result, (ProbeResult{F::FORMAT_MP3, 25, ImplNames::FFMPEG}));
 }
 
 TEST(DetectFileInputFormat, ADemuxerThatThePipelineDoesNotKnowIsAnError)
@@ -229,259 +213,6 @@ TEST(DetectFileInputFormat, ADemuxerThatThePipelineDoesNotKnowIsAnError)
                   (Failure{"Unknown file format", "GetFormatID", "InputFormat"}));
         EXPECT_EQ(result.format, "");
         EXPECT_EQ(result.implementation, "");
-    }
-}
-
-// ---- Recognisers.
-
-TEST(Recognisers, BytesThatTellFormatsApart)
-{
-    const std::string none;
-    const struct {
-        const char* what;
-        ProbeRecogniser* recognise;
-        std::string bytes;
-        ProbeResult after;  ///< empty format: nothing may change
-    } rows[] = {
-        {"both types",
-         FromProbe::Matroska,
-         ebml + "x webm matroska",
-         {IFormatFile::FORMAT_MATROSKA, 100, {}}                                                                               },
-        {"one type",                 FromProbe::Matroska, ebml + "\x42\x82\x84webm",       {IFormatFile::FORMAT_WEBM, 100, {}} },
-        {"no type",                  FromProbe::Matroska, ebml + "matrosk",                {}                                  },
-        {"type without a magic",     FromProbe::Matroska, "xxxxmatroska",                  {}                                  },
-        {"magic not at the start",   FromProbe::Matroska, "x" + ebml + "matroska",         {}                                  },
-        {"known brand",              FromProbe::IsoMedia, "....ftypqt  ",                  {IFormatFile::FORMAT_MOV, 100, {}}  },
-        {"unknown brand",            FromProbe::IsoMedia, "....ftyp\xff\xfe\xfd\xfc",      {IFormatFile::FORMAT_MP4, 7, {}}    },
-        {"no brand",                 FromProbe::IsoMedia, "....moov....",                  {IFormatFile::FORMAT_MOV, 7, {}}    },
-        {"plain",                    FromProbe::Swf,      "FWS\6",                         {IFormatFile::FORMAT_SWF, 100, {}}  },
-        {"compressed",               FromProbe::Swf,      "CWS\6",                         {IFormatFile::FORMAT_CSWF, 100, {}} },
-        {"compressed otherwise",     FromProbe::Swf,      "ZWS\6",                         {}                                  },
-        {"whatever",                 FromProbe::Gif,      none,                            {IFormatFile::FORMAT_GIF, 7, {}}    },
-        {"lossy",                    FromProbe::WebP,     webpStart + "VP8 ",              {IFormatFile::FORMAT_WEBP, 100, {}} },
-        {"lossless",                 FromProbe::WebP,     webpStart + "VP8L",              {IFormatFile::FORMAT_WEBP, 100, {}} },
-        {"animated",                 FromProbe::WebP,     webpStart + "VP8X\x0a\0\0\0\2"s, {IFormatFile::FORMAT_AWEBP, 100, {}}},
-        {"animated with alpha",
-         FromProbe::WebP,
-         webpStart + "VP8X\x0a\0\0\0\x12"s,
-         {IFormatFile::FORMAT_AWEBP, 100, {}}                                                                                  },
-        {"with alpha only",
-         FromProbe::WebP,
-         webpStart + "VP8X\x0a\0\0\0\x10"s,
-         {IFormatFile::FORMAT_WEBP, 100, {}}                                                                                   },
-        {"chunk of another size",    FromProbe::WebP,     webpStart + "VP8X\x0b\0\0\0\2"s, {}                                  },
-        {"a larger size's low byte", FromProbe::WebP,     webpStart + "VP8X\x0a\0\0\1\2"s, {}                                  },
-        {"another chunk",            FromProbe::WebP,     webpStart + "ALPH\x0a\0\0\0\2"s, {}                                  },
-        {"another RIFF file",        FromProbe::WebP,     "RIFF\x1a\0\0\0WAVEVP8 "s,       {}                                  },
-        {"another container",        FromProbe::WebP,     "RIFX\x1a\0\0\0WEBPVP8 "s,       {}                                  },
-        {"still",                    FromProbe::Png,      pngStart,                        {IFormatFile::FORMAT_PNG, 99, {}}   },
-        {"animated",                 FromProbe::Png,      pngStart + animation,            {IFormatFile::FORMAT_APNG, 100, {}} },
-        {"scored alike",             FromProbe::Png,      "x",                             {IFormatFile::FORMAT_PNG, 0, {}}    },
-        {"scored alike",             FromProbe::JpegXL,   "x",                             {IFormatFile::FORMAT_JPEGXL, 0, {}} },
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what + ": "s + testing::PrintToString(row.bytes));
-        ProbeResult result = {"before", 7, "somebody"};
-        ProbeResult after = row.after.format.empty() ? result : row.after;
-        after.implementation = "somebody";
-        row.recognise(*ProbeOf("", row.bytes), result);
-        EXPECT_EQ(result, after);
-    }
-    ProbeResult result;
-    FromProbe::IsoMedia(*ProbeOf("a.m4a", "....moov"), result);
-    EXPECT_EQ(result.format, Conf::GetFormatsByExtension("m4a").front()) << "no brand: the extension's first";
-}
-
-TEST(Recognisers, ReadNothingBehindAShortBuffer)
-{
-    const struct {
-        ProbeRecogniser* recognise;
-        std::string bytes;
-        size_t needed;  ///< the shortest start that is recognised
-        std::string format, otherwise;
-    } rows[] = {
-        {FromProbe::Matroska, ebml + "..matroska",             14, IFormatFile::FORMAT_MATROSKA, "before"               },
-        {FromProbe::Matroska, ebml + "..webm",                 10, IFormatFile::FORMAT_WEBM,     "before"               },
-        {FromProbe::IsoMedia, "....ftypM4B ",                  12, IFormatFile::FORMAT_M4B,      IFormatFile::FORMAT_MOV},
-        {FromProbe::Swf,      "CWS",                           3,  IFormatFile::FORMAT_CSWF,     "before"               },
-        {FromProbe::WebP,     webpStart + "VP8L",              16, IFormatFile::FORMAT_WEBP,     "before"               },
-        {FromProbe::WebP,     webpStart + "VP8X\x0a\0\0\0\2"s, 21, IFormatFile::FORMAT_AWEBP,    "before"               },
-    };
-    for (const auto& row : rows)
-        for (size_t size = 0; size <= row.bytes.size(); ++size) {
-            SCOPED_TRACE(testing::PrintToString(row.bytes.substr(0, size)));
-            const GuardedBytes bytes(row.bytes.substr(0, size));
-            MovieProbe probe;
-            probe.buffer = bytes.data();
-            probe.size = size;
-            ProbeResult result = {"before", 7, {}};
-            row.recognise(probe, result);
-            EXPECT_EQ(result.format, size < row.needed ? row.otherwise : row.format);
-        }
-}
-
-TEST(ImageSequence, TheDemuxersAreThoseOfOnePictureEach)
-{
-    std::vector<std::string> names, expected;
-    for (const AVInputFormat* demuxer : CollectImageDemuxers(InputCatalogue().formats, AllDemuxers()))
-        names.emplace_back(demuxer->name);
-    for (const AVInputFormat* demuxer : AllDemuxers())
-        if (const std::string name = demuxer->name;
-            (name.ends_with("_pipe") || name == "alias_pix" || name == "brender_pix") &&
-            av_input_format_get_read_probe_func(demuxer))
-            expected.push_back(name);
-    expected.emplace_back("gif");
-    EXPECT_EQ(names, expected);
-    EXPECT_EQ(names.size(), 39u);
-
-    for (const char* missing : {"image2", "gif"}) {
-        InputMap formats = InputCatalogue().formats;
-        formats.erase(missing);
-        try {
-            CollectImageDemuxers(formats, AllDemuxers());
-            ADD_FAILURE() << "collected without " << missing;
-        } catch (const std::out_of_range& e) {
-            EXPECT_STREQ(e.what(), "invalid unordered_map<K, T> key");
-            EXPECT_EQ(PlaceOf(e, ""), (Failure{"", "CollectImageDemuxers", "InputFormat"}));
-        }
-    }
-    EXPECT_THROW(StillAndAnimated(
-                     {
-                         {"a", wav}
-    },
-                     "a", "b"),
-                 std::out_of_range);
-    EXPECT_THROW(StillAndAnimated(
-                     {
-                         {"b", wav}
-    },
-                     "a", "b"),
-                 std::out_of_range);
-}
-
-// The order of the demuxers is nobody's business: every order gives the same.
-TEST(ImageSequence, TheOnlyHighestScoreNamesTheFormat)
-{
-    const ScoringDemuxer<30> bmp("bmp_pipe");
-    const ScoringDemuxer<50> tiff("tiff_pipe");
-    const ScoringDemuxer<50> pcx("pcx_pipe");
-    const ScoringDemuxer<90> gem("gem_pipe");
-    const ScoringDemuxer<0> dds("dds_pipe");
-    const struct {
-        std::vector<const AVInputFormat*> demuxers;
-        ProbeResult before, after;
-    } rows[] = {
-        {{},                    {"x", 10, ""}, {"x", 10, ""}                     },
-        {{dds},                 {"x", 10, ""}, {"x", 10, ""}                     },
-        {{bmp, dds},            {"x", 10, ""}, {IFormatFile::FORMAT_BMP, 30, ""} },
-        {{bmp, tiff},           {"x", 70, ""}, {IFormatFile::FORMAT_TIFF, 70, ""}},
-        {{bmp, tiff, pcx},      {"x", 10, ""}, {"x", 10, ""}                     },
-        {{bmp, tiff, pcx, gem}, {"x", 10, ""}, {IFormatFile::FORMAT_GEM, 90, ""} },
-    };
-    for (auto [demuxers, before, after] : rows) {
-        std::ranges::sort(demuxers);
-        do {
-            ProbeResult result = before;
-            RecogniseImage(demuxers, *ProbeOf("", "x"), result);
-            EXPECT_EQ(result, after);
-        } while (std::ranges::next_permutation(demuxers).found);
-    }
-}
-
-TEST(ImageSequence, ANumberedNameIsRecognisedByItsBytes)
-{
-    const struct {
-        std::string bytes, format;
-    } rows[] = {
-        {pngStart,               IFormatFile::FORMAT_PNG   },
-        {pngStart + animation,   IFormatFile::FORMAT_APNG  },
-        {webpStart + "VP8 ....", IFormatFile::FORMAT_WEBP  },
-        {"GIF89a\1\0\1\0"s,      IFormatFile::FORMAT_GIF   },
-        {"no signature at all",  IFormatFile::FORMAT_IMAGE2},
-    };
-    for (const auto& row : rows) {
-        ProbeResult result = {IFormatFile::FORMAT_IMAGE2, 60, {}};
-        FromProbe::ImageSequence(*ProbeOf("", row.bytes), result);
-        EXPECT_EQ(result.format, row.format);
-    }
-    ProbeResult result;
-    DetectFileInputFormat(*ProbeOf("picture%03d.jpg", pngStart), result);
-    EXPECT_EQ(result, (ProbeResult{IFormatFile::FORMAT_PNG, 100, ImplNames::FFMPEG}));
-}
-
-// ---- Opened files.
-
-TEST(GetContainerFormat, NamesWhatFFmpegHasOpened)
-{
-    using Streams = std::vector<FormatContext::Stream>;
-    const Streams one =
-                      {
-                          {AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_TARGA}
-    },
-                  unknown = {{AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_H264}}, two = {one.front(), one.front()};
-    const struct {
-        const char* demuxer;
-        Streams streams;
-        const char* brand;
-        std::string format;
-    } rows[] = {
-        {"hevc",        {},      "",     IFormatFile::FORMAT_H265     },
-        {"aac",         {},      "",     IFormatFile::FORMAT_AAC      },
-        {"aa",          {},      "",     "aa"                         },
-        {"image2",      one,     "",     IFormatFile::FORMAT_TARGA    },
-        {"image2pipe",  one,     "",     IFormatFile::FORMAT_TARGA    },
-        {"image2",      two,     "",     IFormatFile::FORMAT_IMAGE2   },
-        {"image2",      unknown, "",     IFormatFile::FORMAT_IMAGE2   },
-        {"image2",      {},      "",     IFormatFile::FORMAT_IMAGE2   },
-        {"gif_pipe",    {},      "",     IFormatFile::FORMAT_GIF      },
-        {"png_pipe",    {},      "",     IFormatFile::FORMAT_PNG      },
-        {"jpegxl_pipe", {},      "",     IFormatFile::FORMAT_JPEGXL   },
-        {"mov",         {},      "qt  ", IFormatFile::FORMAT_MOV      },
-        {"mov",         {},      "M4B ", IFormatFile::FORMAT_M4B      },
-        {"mov",         {},      "zzzz", IFormatFile::FORMAT_MP4      },
-        {"mov",         {},      "M4B",  IFormatFile::FORMAT_QUICKTIME},
-        {"mov",         {},      "",     IFormatFile::FORMAT_QUICKTIME},
-        {"matroska",    {},      "",     "matroska,webm"              },
-        {"swf",         {},      "",     "swf"                        },
-        {"webp_pipe",   {},      "",     "webp_pipe"                  },
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.demuxer + " "s + row.brand);
-        FormatContext context(row.demuxer, row.streams);
-        context.Metadata("major_brand", row.brand).Url("");  // as custom I/O leaves it
-        EXPECT_EQ(GetContainerFormat(context.Get()), row.format);
-    }
-    const ScoringDemuxer<1> unknownDemuxer("nobody_knows");
-    FormatContext context("wav");
-    context.Get()->iformat = unknownDemuxer;
-    EXPECT_EQ(FailureOf<ProcException>([&] { GetContainerFormat(context.Get()); }),
-              (Failure{"Unknown file format", "GetContainerFormat", "InputFormat"}));
-    context.Get()->iformat = nullptr;
-}
-
-TEST(GetContainerFormat, ReadsTheFileAgainWhereTheContextDoesNotTell)
-{
-    const std::string folder = testing::TempDir();
-    const struct {
-        const char* demuxer;
-        const char* fileName;
-        std::string bytes, format;
-    } rows[] = {
-        {"matroska",                 "a.bin", ebml + "webm",          IFormatFile::FORMAT_WEBM        },
-        {"matroska",                 "a.bin", ebml + std::string(120, '.') + "webm",                    IFormatFile::FORMAT_WEBM},
-        {"matroska",                          "a.bin",                        ebml + std::string(121,              '.') + "webm", "matroska,webm"},
-        {"swf",           "a.bin",                  "CWS",                                    IFormatFile::FORMAT_CSWF                                                  },
-        {"webp_pipe",  "a.bin",         webpStart + "VP8X\x0a\0\0\0\2"s,IFormatFile::FORMAT_AWEBP},
-        {"mov", "a.bin",        isoStart,                                         IFormatFile::FORMAT_MOV                                                                                                          },
-        {"mov",   "a.3g2",          "....moov",IFormatFile::FORMAT_3G2},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.format);
-        const std::string path = folder + row.fileName;
-        std::ofstream(path, std::ios::binary) << row.bytes;
-        EXPECT_EQ(GetContainerFormat(FormatContext(row.demuxer).Url(path).Get()), row.format);
-        EXPECT_EQ(std::remove(path.c_str()), 0);
-        EXPECT_THROW(GetContainerFormat(FormatContext(row.demuxer).Url(path).Get()), Core::IOException);
     }
 }
 

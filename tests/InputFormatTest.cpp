@@ -10,9 +10,10 @@
 #include "tests/support/FormatContext.h"
 
 #include <algorithm>
-#include <functional>
+#include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Quorva::Proc {
@@ -21,7 +22,6 @@ namespace {
 using namespace Details;  // NOLINT(google-build-using-namespace): the library's insides are what is tested
 using Conf::IFormatFile;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 using Names = std::set<std::string>;
 using Demuxers = std::vector<const AVInputFormat*>;
@@ -95,6 +95,31 @@ TEST(InputCatalogue, EveryFormatHasTheDemuxerThatClaimedItFirst)
     EXPECT_EQ(catalogue.formats.size(), 354u + 7 + 5 + 1);
     for (const std::string& format : GetKnownISOBaseMediaFileFormats())
         EXPECT_TRUE(InputCatalogue().formats.contains(format)) << format;
+}
+
+TEST(InputCatalogue, ThePipelineNamesMostFormatsAsFFmpegDoes)
+{
+    const std::map<std::string, std::string> others = {
+        {IFormatFile::FORMAT_AAC,          "aac"          },
+        {IFormatFile::FORMAT_H265,         "hevc"         },
+        {IFormatFile::FORMAT_H266,         "vvc"          },
+        {IFormatFile::FORMAT_PIX,          "alias_pix"    },
+        {IFormatFile::FORMAT_AJPEGXL,      "jpegxl_anim"  },
+        {IFormatFile::FORMAT_MPEG4VIDEO,   "m4v"          },
+        {IFormatFile::FORMAT_MPEG1VIDEO,   "mpegvideo"    },
+        {IFormatFile::FORMAT_MJPEG2000,    "mjpeg_2000"   },
+        {IFormatFile::FORMAT_JPEG2000,     "j2k_pipe"     },
+        {IFormatFile::FORMAT_RADIANCE_HDR, "hdr_pipe"     },
+        {IFormatFile::FORMAT_CSWF,         "swf"          },
+        {IFormatFile::FORMAT_MATROSKA,     "matroska,webm"},
+        {IFormatFile::FORMAT_WEBM,         "matroska,webm"},
+        {IFormatFile::FORMAT_AWEBP,        "webp_pipe"    },
+    };
+    for (const auto& [format, demuxer] : InputCatalogue(AllDemuxers(), {}).formats) {
+        const auto other = others.find(format);
+        const std::string name = other == others.end() ? format : other->second;
+        EXPECT_THAT(std::string(demuxer->name), testing::AnyOf(name, name + "_pipe", "image2")) << format;
+    }
 }
 
 TEST(InputCatalogue, ALaterDemuxerOfANameChangesNothing)

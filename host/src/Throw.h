@@ -10,16 +10,23 @@
 
 namespace Quorva::Details {
 
-/// Throws a default-constructed `E` with the description, the call stack and the caller's own place. Call it
-/// from plain functions: inside a template or a lambda the recorded name would be the compiler's.
+/// Throws `exception` with the call stack and the caller's own place. Call it from plain functions: inside a
+/// template or a lambda the recorded name would be the compiler's.
+template <class E>
+[[noreturn]] void Raise(const E& exception, const char* function = __builtin_FUNCTION(),
+                        std::source_location here = std::source_location::current())
+{
+    exception << TagCallStack(GetCallStack());
+    boost::throw_exception(exception,
+                           boost::source_location(here.file_name(), here.line(), function, here.column()));
+}
+
+/// The same for a default-constructed `E` with a description.
 template <class E>
 [[noreturn]] void Throw(const std::string& description, const char* function = __builtin_FUNCTION(),
                         std::source_location here = std::source_location::current())
 {
-    E exception;
-    exception << TagDescription(description) << TagCallStack(GetCallStack());
-    boost::throw_exception(exception,
-                           boost::source_location(here.file_name(), here.line(), function, here.column()));
+    Raise(E() << TagDescription(description), function, here);
 }
 
 }  // namespace Quorva::Details

@@ -9,6 +9,7 @@
 #include <boost/throw_exception.hpp>
 
 #include <ostream>
+#include <stdexcept>
 #include <string>
 
 struct Failure {
@@ -46,6 +47,21 @@ Failure FailureOf(Action action)
         EXPECT_TRUE(dynamic_cast<const boost::wrapexcept<E>*>(&e)) << "of a class derived from the expected one";
         const std::string* text = boost::get_error_info<Quorva::TagDescription>(e);
         return PlaceOf(e, text ? *text : e.what());
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return {};
+}
+
+/// The same for a std::logic_error, whose call stack stands in its message below the description.
+template <class Action>
+Failure LogicFailureOf(Action action)
+{
+    try {
+        action();
+    } catch (const std::logic_error& e) {
+        const std::string text = e.what();
+        EXPECT_GT(text.size(), text.find('\n') + 10) << "no call stack";
+        return PlaceOf(e, text.substr(0, text.find('\n')));
     }
     ADD_FAILURE() << "nothing thrown";
     return {};

@@ -1,0 +1,229 @@
+#include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
+
+#include "Proc/Wrappers/Tessadrin/Tessadrin.PixelFormats.h"
+#include "host/Colour.h"
+#include "host/ProcessingSupport.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <iterator>
+#include <map>
+#include <mutex>
+
+namespace Quorva::Proc {
+
+using Conf::YCbCrMatrix;
+using Details::Raise;
+using Details::Throw;
+
+namespace {
+
+struct FullRangeRow {
+    AVPixelFormat deprecated;
+    AVPixelFormat limited;
+};
+
+// clang-format off
+constexpr FullRangeRow fullRangeRows[] = {
+    {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUV420P},
+    {AV_PIX_FMT_YUVJ422P, AV_PIX_FMT_YUV422P},
+    {AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_YUV444P},
+    {AV_PIX_FMT_YUVJ440P, AV_PIX_FMT_YUV440P},
+    {AV_PIX_FMT_YUVJ411P, AV_PIX_FMT_YUV411P},
+};
+// clang-format on
+
+/// The format to hand to the scaler. A deprecated full-range format becomes its twin, and `range` 1.
+AVPixelFormat WithoutRange(AVPixelFormat format, std::optional<int>& range)
+{
+    const auto found = std::ranges::find(fullRangeRows, format, &FullRangeRow::deprecated);
+    if (found == std::end(fullRangeRows))
+        return format;
+    range = 1;
+    return found->limited;
+}
+
+std::string NameOf(AVPixelFormat format)
+{
+    const char* name = av_get_pix_fmt_name(format);
+    return name ? name : std::to_string(static_cast<int>(format));
+}
+
+AVPixelFormat GetInputPixelFormat(const SwsCtxParams& params, std::optional<int>& range)
+{
+    if (!IsSwScalingSupportedAsInput(params.src.format))
+        Throw<EffectException>("'{}' pixel format is not supported for converter input",
+                               NameOf(params.src.format));
+    return WithoutRange(params.src.format, range);
+}
+
+AVPixelFormat GetOutputPixelFormat(const SwsCtxParams& params, std::optional<int>& range)
+{
+    if (!IsSwScalingSupportedAsOutput(params.dst.format))
+        Throw<EffectException>("'{}' pixel format is not supported for converter output",
+                               NameOf(params.dst.format));
+    return WithoutRange(params.dst.format, range);
+}
+
+/// YUV whose two chroma components share a plane.
+bool IsSemiPlanar(const AVPixFmtDescriptor& descriptor)
+{
+    return (descriptor.flags & AV_PIX_FMT_FLAG_PLANAR) && !(descriptor.flags & AV_PIX_FMT_FLAG_RGB) &&
+           descriptor.nb_components >= 2 && descriptor.comp[1].plane == descriptor.comp[2].plane;
+}
+
+std::array<int, 4> ComputeCoefficients(YCbCrMatrix matrix)
+{
+    const auto& [Kr, Kg, Kb] = GetYCbCrCoefficients(matrix);
+    constexpr double scale = 65536.0 * 255 / 224;  // 16.16, chroma of limited range
+    const double kr = Kr;
+    const double kb = Kb;
+    const float blue = Kb / Kg;  // the quotients in single precision, like the weights
+    const float red = Kr / Kg;
+    const double values[] = {
+        std::round(2 * ((1 - kr) * scale)),
+        std::round(2 * ((1 - kb) * scale)),
+        std::round(2 * (static_cast<double>(blue) * scale * (1 - kb))),
+        std::round(2 * (static_cast<double>(red) * scale * (1 - kr))),
+    };
+    std::array<int, 4> table = {};
+    for (size_t i = 0; i < table.size(); ++i) {
+        // FFmpeg divides by these: a matrix without weights of its own would end the process there.
+        if (!std::isfinite(values[i]) || values[i] == 0)
+            return ComputeCoefficients(YCbCrMatrix::SMPTE170M);
+        table[i] = static_cast<int>(values[i]);
+    }
+    return table;
+}
+
+/// Ranges, brightness, contrast and saturation stay as the scaler chose them.
+void ReplaceTables(SwsContext* context, const int* source, const int* target)
+{
+    int* oldSource = nullptr;
+    int* oldTarget = nullptr;
+    int sourceRange = 0, targetRange = 0, brightness = 0, contrast = 0, saturation = 0;
+    // Neither result is examined: both refuse only conversions without YUV, which have no tables to replace.
+    sws_getColorspaceDetails(context, &oldSource, &sourceRange, &oldTarget, &targetRange, &brightness,
+                             &contrast, &saturation);
+    sws_setColorspaceDetails(context, source, sourceRange, target, targetRange, brightness, contrast,
+                             saturation);
+}
+
+/// v / 2^shift, rounded up.
+constexpr int64_t CeilShift(int64_t v, int shift) { return -((-v) >> shift); }
+
+}  // namespace
+
+SafeSwsContext::Exception::~Exception() = default;
+
+std::string SwsItem::GetDescription() const
+{
+    const char* name = av_get_pix_fmt_name(format);
+    return name ? fmt::format("{} ({}:{})", name, width, height) : std::string();
+}
+
+const AVFrame& Details::GetAVFrameRef(const AVFrame* frame)
+{
+    if (!frame)
+        Throw<ProcException>("AVFrame pointer is null");
+    return *frame;
+}
+
+SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
+{
+    SafeSwsContext fresh;
+    fresh.params = p;
+    if (p.src == p.dst) {
+        const AVPixFmtDescriptor* descriptor = GetPixelFormatDescription(p.src.format);
+        if (descriptor && IsSemiPlanar(*descriptor)) {
+            fresh.copyDescriptor = descriptor;
+            Swap(fresh);
+            return;
+        }
+    }
+
+    fresh.context = sws_alloc_context();
+    if (!fresh.context)
+        Throw<ProcException>("Can't allocate SW Scale context");
+    const auto set = [&](const char* name, auto value) { AVOptSetter(fresh.context, name, 0).Set(value); };
+
+    set("srcw", p.src.width);
+    set("srch", p.src.height);
+    std::optional<int> sourceRange;
+    set("src_format", GetInputPixelFormat(p, sourceRange));
+    if (sourceRange)
+        set("src_range", *sourceRange);
+    set("dstw", p.dst.width);
+    set("dsth", p.dst.height);
+    std::optional<int> targetRange;
+    set("dst_format", GetOutputPixelFormat(p, targetRange));
+    if (targetRange)
+        set("dst_range", *targetRange);
+    set("sws_flags", p.flags);
+    if (p.params) {
+        set("param0", p.params->first);
+        set("param1", p.params->second);
+    }
+    if (sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0)
+        Raise(Exception(p) << TagDescription("Can't init SW Scale context"));
+
+    if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified)
+        ReplaceTables(fresh.context, GetCoefficients(p.src.matrix), GetCoefficients(p.dst.matrix));
+    Swap(fresh);
+}
+
+int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const
+{
+    if (copyDescriptor) {
+        CopyPlanes(src, sliceY, sliceH, dst);
+        return params.dst.height;
+    }
+    if (!context)
+        return AVERROR(EINVAL);
+    return sws_scale(context, src.data, src.linesize, sliceY, sliceH, dst.data, dst.linesize);
+}
+
+int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const
+{
+    return Scale(src, 0, params.src.height, dst);
+}
+
+void SafeSwsContext::CopyPlanes(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const
+{
+    const AVPixFmtDescriptor& d = *copyDescriptor;
+    for (int plane = 0; plane < 4 && dst.data[plane] && src.data[plane]; ++plane) {
+        const bool chroma = plane == 1 || plane == 2;
+        const int shiftX = chroma ? d.log2_chroma_w : 0;
+        const int shiftY = chroma ? d.log2_chroma_h : 0;
+        int64_t rowLength = CeilShift(params.src.width, shiftX);
+        if (d.comp[plane].depth > 8)
+            rowLength *= 2;
+        if (plane == 1)
+            rowLength *= 2;
+        const int64_t firstRow = CeilShift(sliceY, shiftY);
+        // A slice that begins on an odd row is rounded up twice and could reach one row below the plane.
+        const int64_t rowCount =
+            std::min(CeilShift(sliceH, shiftY), CeilShift(params.dst.height, shiftY) - firstRow);
+        if (firstRow < 0 || rowCount <= 0)
+            continue;
+        CopyPlane(
+            Details::PlaneTemplate<true>(src.data[plane], src.linesize[plane], rowLength, rowCount, 0, false),
+            Details::PlaneTemplate<false>(dst.data[plane] + dst.linesize[plane] * firstRow,
+                                          dst.linesize[plane], rowLength, rowCount, 0, false));
+    }
+}
+
+const int* SafeSwsContext::GetCoefficients(YCbCrMatrix matrix)
+{
+    static constinit std::mutex mutex;
+    static std::map<YCbCrMatrix, std::array<int, 4>> tables;
+    const std::lock_guard lock(mutex);
+    auto found = tables.find(matrix);
+    if (found == tables.end())
+        found = tables.emplace(matrix, ComputeCoefficients(matrix)).first;
+    return found->second.data();
+}
+
+}  // namespace Quorva::Proc
