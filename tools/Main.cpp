@@ -8,11 +8,14 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -29,32 +32,35 @@ std::string VersionLines()
     return text;
 }
 
-/// What somebody may have meant who wrote a command or an option that isn't there; or nothing.
-std::string Suggestion(const CLI::App& app, const CLI::ParseError& error)
+/// Why the command line can't be understood; names the nearest command or option where it was a slip.
+std::string Complaint(const CLI::App& app, const CLI::ParseError& error)
 {
-    if (!dynamic_cast<const CLI::ExtrasError*>(&error) && !dynamic_cast<const CLI::RequiredError*>(&error))
-        return {};
     const auto chosen = app.get_subcommands();
     const CLI::App& place = chosen.empty() ? app : *chosen.front();
+    std::vector<std::string> words = app.remaining();
+    if (!chosen.empty())
+        std::ranges::copy(place.remaining(), std::back_inserter(words));
+    if (words.empty())
+        return error.what();
     std::vector<std::string> names;
+    if (!words.front().starts_with('-')) {
+        if (!chosen.empty())
+            return error.what();
+        for (const CLI::App* command : app.get_subcommands(nullptr))
+            names.push_back(command->get_name());
+        return fmt::format("no command '{}'{}", words.front(), DidYouMean(words.front(), names));
+    }
     for (const CLI::App* from : {&app, &place})
         for (const CLI::Option* option : from->get_options())
             for (const std::string& name : option->get_lnames())
                 names.push_back("--" + name);
-    if (chosen.empty())
-        for (const CLI::App* command : app.get_subcommands(nullptr))
-            names.push_back(command->get_name());
-    for (const CLI::App* from : {&app, &place})
-        for (const std::string& word : from->remaining())
-            if (const std::string nearest = NearestName(word, names); !nearest.empty())
-                return fmt::format("; instead of '{}', did you mean '{}'?", word, nearest);
-    return {};
+    return fmt::format("no option '{}'{}", words.front(), DidYouMean(words.front(), names));
 }
 
 int UsageFailure(const CLI::App& app, const CLI::ParseError& error)
 {
-    WriteLine(fmt::format("tessadrin: {}{}", error.what(), Suggestion(app, error)));
-    WriteLine("tessadrin --help, or tessadrin COMMAND --help, tells what there is.");
+    WriteLine("tessadrin: " + Complaint(app, error));
+    WriteLine("`tessadrin --help` and `tessadrin COMMAND --help` tell what there is.");
     return EXIT_USAGE;
 }
 
@@ -66,9 +72,10 @@ int Run(int argc, char** argv)
     app.fallthrough();
     app.set_version_flag("--version", VersionLines,
                          "Print the versions of the program and of FFmpeg, and exit");
-    app.add_flag("-v,--verbose", program.verbosity,
-                 "Say more: -v where and why something failed, and FFmpeg's errors; -vv its warnings; "
-                 "-vvv information, and so on to -vvvvv");
+    app.add_flag_function(
+        "-v,--verbose", [&program](int64_t count) { program.verbosity = static_cast<int>(count); },
+        "Say more: -v where and why something failed, and FFmpeg's errors; -vv its warnings; "
+        "-vvv information, and so on to -vvvvv");
     app.add_flag("-q,--quiet", program.quiet, "No lines about failures and no progress: the exit code tells");
     app.footer("Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong.");
     AddProbe(app, program);
@@ -93,16 +100,13 @@ int main(int argc, char** argv)
     // Whoever started us may have had it ignored; `| head` is to end the program, not to make it complain.
     std::signal(SIGPIPE, SIG_DFL);
     UseUtf8();
-    int code = EXIT_SOME_FAILED;
     try {
-        code = Run(argc, argv);
+        const int code = Run(argc, argv);
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+            return code;
+        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
     } catch (const std::exception& e) {
         WriteLine(std::string("tessadrin: ") + e.what());
-        code = EXIT_SOME_FAILED;
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
-        code = EXIT_SOME_FAILED;
-    }
-    return code;
+    return EXIT_SOME_FAILED;
 }

@@ -132,7 +132,9 @@ AudioReport DescribeAudio(const AVCodecParameters& parameters)
     audio.sampleRate = parameters.sample_rate;
     audio.channels = parameters.ch_layout.nb_channels;
     char layout[256];
-    if (audio.channels > 0 && av_channel_layout_describe(&parameters.ch_layout, layout, sizeof layout) >= 0)
+    // FFmpeg calls a layout it doesn't know "2 channels".
+    if (audio.channels > 0 && parameters.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC &&
+        av_channel_layout_describe(&parameters.ch_layout, layout, sizeof layout) >= 0)
         audio.layout = layout;
     audio.format = Conf::SampleFormatRecord::Find(static_cast<Conf::SampleFormats>(parameters.format));
     audio.bits = parameters.bits_per_raw_sample > 0 ? parameters.bits_per_raw_sample
@@ -206,6 +208,8 @@ void DescribeFile(const OpenedInput& input, FileReport& report)
     if (!input.GetStreamsWarning().empty())
         report.warnings.push_back(input.GetStreamsWarning());
     DescribeNewStreams(input, report);
+    if (report.streams.empty() && report.warnings.empty())
+        report.warnings.emplace_back("no streams were found");
 }
 
 void DescribeNewStreams(const OpenedInput& input, FileReport& report)

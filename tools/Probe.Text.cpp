@@ -70,7 +70,7 @@ public:
             std::for_each(report.streams.begin() + static_cast<ptrdiff_t>(described), report.streams.end(),
                           [](const StreamReport& stream) { PrintStream(stream, false); });
         if (packets && report.count)
-            fmt::print("  all        {}\n", CountText(*report.count));
+            PrintField("read", CountText(*report.count));
     }
 
 private:
@@ -109,9 +109,9 @@ private:
         if (report.bitRate)
             times.Add("{}", BitRateText(*report.bitRate));
         PrintField("duration", times.Get());
-        PrintField("size", report.count && report.count->packets
-                               ? fmt::format("{} bytes; {}", report.size, CountText(*report.count))
-                               : fmt::format("{} bytes", report.size));
+        PrintField("size", fmt::format("{} bytes", report.size));
+        if (report.count)
+            PrintField("read", CountText(*report.count));
         if (!report.chapters.empty())
             PrintField("chapters", std::to_string(report.chapters.size()));
         for (const std::string& warning : report.warnings)
@@ -173,9 +173,10 @@ private:
                 list.Add("{} frames/s", RateText(video->frameRate));
             if (video->rotation && (*video->rotation != 0 || video->mirrored))
                 list.Add("turn by {} degrees{}", *video->rotation, video->mirrored ? " and mirror" : "");
-            for (const char* name : {video->primaries, video->transfer, video->matrix, video->range})
-                if (name && (list.Get().empty() || !list.Get().ends_with(name)))
-                    list.Add("{}", name);
+            if (const std::string color = ColorText(*video); !color.empty())
+                list.Add("colour {}", color);
+            if (video->range)
+                list.Add("range {}", video->range);
             if (video->crop)
                 list.Add("cropped by {} {} {} {}", video->crop->top, video->crop->bottom, video->crop->left,
                          video->crop->right);
@@ -195,6 +196,21 @@ private:
         if (stream.frames)
             list.Add("{} frame{}", *stream.frames, *stream.frames == 1 ? "" : "s");
         return list.Get();
+    }
+
+    /// "bt709", or "bt709/smpte2084/bt2020nc" when the three differ: primaries, transfer, matrix.
+    static std::string ColorText(const VideoReport& video)
+    {
+        std::string text;
+        bool same = true;
+        for (const char* name : {video.primaries, video.transfer, video.matrix}) {
+            const std::string word = name ? name : "-";
+            same = same && (text.empty() || text == word);
+            text.append(text.empty() ? "" : "/").append(word);
+        }
+        if (!video.primaries && !video.transfer && !video.matrix)
+            return {};
+        return same ? video.primaries : text;
     }
 
     const bool packets;

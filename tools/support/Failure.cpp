@@ -10,6 +10,7 @@
 
 #include <new>
 #include <sstream>
+#include <system_error>
 #include <typeinfo>
 
 namespace Quorva::Tool {
@@ -42,8 +43,6 @@ FailureKind KindOf(int result)
     switch (result) {
         case AVERROR(ENOMEM):
             return FailureKind::NoMemory;
-        case AVERROR(EIO):
-            return FailureKind::Unreadable;
         case AVERROR(ENOSYS):
         case AVERROR_PATCHWELCOME:
         case AVERROR_PROTOCOL_NOT_FOUND:
@@ -120,11 +119,22 @@ Failure CurrentFailure(const std::string& path)
     return failure;
 }
 
+std::string FFmpegReason(int result)
+{
+    // The library has texts for FFmpeg's own codes and frames all others with their number. The system's
+    // error numbers have better names; but -1 is what demuxers return for want of a reason.
+    std::string text = Proc::GetErrorDescriptionFFMPEG(result);
+    if (result == -1)
+        return "no reason given";
+    if (result < 0 && result > -4096 && text.ends_with(fmt::format("({})", result)))
+        return std::system_category().message(AVUNERROR(result));
+    return text;
+}
+
 void ThrowFFmpegFailure(const std::string& what, int result)
 {
-    Proc::Details::Raise(Proc::ProcException()
-                         << TagDescription(what + ": " + Proc::GetErrorDescriptionFFMPEG(result))
-                         << TagFailureKind(KindOf(result)) << TagFFmpegResult(result));
+    Proc::Details::Raise(Proc::ProcException() << TagDescription(what + ": " + FFmpegReason(result))
+                                               << TagFailureKind(KindOf(result)) << TagFFmpegResult(result));
 }
 
 void PrintFailure(const std::string& path, const Failure& failure, bool details)

@@ -47,6 +47,9 @@ struct Failure {
 /// The exception that is being handled, as a failure of the file at `path`. To be called in a catch block.
 Failure CurrentFailure(const std::string& path);
 
+/// Why an FFmpeg call gave this negative result.
+std::string FFmpegReason(int result);
+
 /// Throws a ProcException about an FFmpeg call whose result was negative: `what`, ": " and FFmpeg's reason.
 [[noreturn]] void ThrowFFmpegFailure(const std::string& what, int result);
 

@@ -92,16 +92,15 @@ DetectedInput DetectInput(const std::string& path)
     const auto probe = Proc::MovieProbe::Create(input.stream, PROBE_SIZE);
     if (probe->size == 0)
         ThrowUnknownFormat("the file is empty");
-    const std::string reason = fmt::format("first {} bytes match nothing", probe->size);
     try {
         Proc::DetectFileInputFormat(*probe, input.result);
     } catch (Proc::ProcException& e) {  // FFmpeg knows a demuxer for it that the pipeline doesn't
-        e << TagDescription(fmt::format("not a known media format ({})", reason))
+        e << TagDescription("not a known media format (FFmpeg's demuxer for it is not in the catalogue)")
           << TagFailureKind(FailureKind::UnknownFormat);
         throw;
     }
     if (input.result.format.empty())
-        ThrowUnknownFormat(reason);
+        ThrowUnknownFormat(fmt::format("first {} bytes match nothing", probe->size));
     return input;
 }
 
@@ -123,6 +122,7 @@ void OpenedInput::FreeSource::operator()(Source* source) const noexcept
 OpenedInput::SourcePointer OpenedInput::MakeSource(boost::intrusive_ptr<Core::IDataInput> stream)
 {
     SourcePointer source(new Source{this, std::move(stream), nullptr});
+    source->stream->MoveTo(0);
     bytes += source->stream->GetSize();
     auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
     if (!buffer)
@@ -217,7 +217,7 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
     }
     // A failure leaves the streams less well described, not unreadable.
     if (const int informed = avformat_find_stream_info(context.get(), nullptr); informed < 0)
-        streamsWarning = "stream information is incomplete: " + Proc::GetErrorDescriptionFFMPEG(informed);
+        streamsWarning = "stream information is incomplete: " + FFmpegReason(informed);
 }
 
 OpenedInput::~OpenedInput() = default;
@@ -239,7 +239,8 @@ bool OpenedInput::ReadPacket(AVPacket* packet)
     }
     CheckStreams();
     if (result != AVERROR_EOF)
-        ThrowFFmpegFailure(fmt::format("reading stopped after {} packets", packets), result);
+        ThrowFFmpegFailure(fmt::format("reading stopped after {} packet{}", packets, packets == 1 ? "" : "s"),
+                           result);
     return false;
 }
 
