@@ -32,8 +32,8 @@ struct TESSADRIN_API SwsItem {
 struct SwsCtxParams {
     SwsItem src;
     SwsItem dst;
-    int flags = SWS_FAST_BILINEAR;                    ///< SWS_*: one algorithm, and modifiers
-    std::optional<std::pair<double, double>> params;  ///< the algorithm's two parameters
+    int flags = SWS_FAST_BILINEAR;                                   ///< SWS_*: one algorithm, and modifiers
+    std::optional<std::pair<double, double>> params = std::nullopt;  ///< the algorithm's two parameters
 };
 
 namespace Details {

@@ -109,8 +109,8 @@ public:
     /// Names of the encoder's own options; empty when it has none.
     NameSet GetSupportedOptions() const;
 
-    /// Names that an own option takes as its value: the constants that FFmpeg lists right behind it. Empty
-    /// for options that take numbers or free text, and for unknown ones.
+    /// Names that an own option takes as its value: the constants that FFmpeg lists right behind the first
+    /// entry of that name. Empty for options that take numbers or free text, and for unknown ones.
     NameSet GetOptionValues(std::string_view option) const;
 
     /// Whether the encoder gains from a second run over the same input.
