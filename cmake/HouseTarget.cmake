@@ -8,7 +8,7 @@ function(house_target target)
     $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>   # fields and constructor arguments share names
     $<$<BOOL:${TESSADRIN_WERROR}>:-Werror>
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/="    # records and exceptions name Proc/..., not this machine
-    "-ffile-prefix-map=${relative}/=")             # also where ccache compiles by relative paths
+    "-fmacro-prefix-map=${relative}/=")            # also where ccache compiles by relative paths
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()

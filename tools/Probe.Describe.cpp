@@ -107,6 +107,8 @@ VideoReport DescribeVideo(AVFormatContext* context, AVStream* stream, bool still
     video.pixelAspect = av_guess_sample_aspect_ratio(context, stream, nullptr);
     if (!stillImage)  // FFmpeg gives them 25 frames per second
         video.frameRate = av_guess_frame_rate(context, stream, nullptr);
+    if (video.frameRate.num / std::max(video.frameRate.den, 1) >= 1000)
+        video.frameRate = {0, 1};  // the clock's rate, for want of frames to measure by
     if (parameters.color_primaries != AVCOL_PRI_UNSPECIFIED)
         video.primaries = av_color_primaries_name(parameters.color_primaries);
     if (parameters.color_trc != AVCOL_TRC_UNSPECIFIED)

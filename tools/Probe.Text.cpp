@@ -164,7 +164,8 @@ private:
     {
         List list;
         if (const auto& video = stream.video) {
-            list.Add("{}x{}", video->width, video->height);
+            if (video->width > 0)
+                list.Add("{}x{}", video->width, video->height);
             if (video->pixelFormat)
                 list.Add("{}", video->pixelFormat);
             if (video->pixelAspect.num > 0)
@@ -202,15 +203,16 @@ private:
     static std::string ColorText(const VideoReport& video)
     {
         std::string text;
+        const std::string first = video.primaries ? video.primaries : "-";
         bool same = true;
         for (const char* name : {video.primaries, video.transfer, video.matrix}) {
             const std::string word = name ? name : "-";
-            same = same && (text.empty() || text == word);
+            same = same && word == first;
             text.append(text.empty() ? "" : "/").append(word);
         }
         if (!video.primaries && !video.transfer && !video.matrix)
             return {};
-        return same ? video.primaries : text;
+        return same ? first : text;
     }
 
     const bool packets;
