@@ -247,8 +247,12 @@ TEST(DemuxerFunctions, AnotherLayoutIsRefused)
 {
     static const int data = 0;
     static DemuxerHead head;
+    // Behind one of libavformat's own, as input devices are: their code is in another library too.
     const auto iterate = [](void** position) -> const AVInputFormat* {
-        return std::exchange(*position, &head) ? nullptr : &head.p;
+        static const AVInputFormat* const demuxers[] = {av_find_input_format("wav"), &head.p, nullptr};
+        const auto index = reinterpret_cast<uintptr_t>(*position);
+        *position = reinterpret_cast<void*>(index + 1);
+        return demuxers[index];
     };
     const auto isProven = [&](ReadProbe probe, ReadHeader header) {
         head = {.p = {},
