@@ -1,5 +1,5 @@
-// The media files that can be made. Left out: playlists (their segments are files of their own), raw samples and
-// pictures without a header (nothing in the bytes says what they are).
+// The media files that can be made. Left out: playlists (their segments are files of their own), raw samples
+// and pictures without a header (nothing in the bytes says what they are).
 #pragma once
 
 #include "host/MediaDescription.h"
@@ -15,7 +15,8 @@ using F = Conf::IFormatFile;
 
 // Encoders with what keeps them quick, quiet and on one thread.
 inline constexpr const char* x264 = "libx264 preset=ultrafast";
-inline constexpr const char* x265 = "libx265 preset=ultrafast:x265-params='log-level=none:pools=none:frame-threads=1'";
+inline constexpr const char* x265 =
+    "libx265 preset=ultrafast:x265-params='log-level=none:pools=none:frame-threads=1'";
 inline constexpr const char* x265mp4 =
     "libx265 tag=hvc1:preset=ultrafast:x265-params='log-level=none:pools=none:frame-threads=1'";
 inline constexpr const char* vp8 = "libvpx deadline=realtime:cpu-used=8";
@@ -251,11 +252,13 @@ inline constexpr MediaRow mediaRows[] = {
 // clang-format on
 
 static_assert(std::size(mediaRows) >= 150);
-static_assert([] {
-    for (const MediaRow& row : mediaRows)
-        if (std::ranges::count(mediaRows, std::string_view(row.file), &MediaRow::file) != 1)
-            return false;
-    return true;
-}(), "two rows would write the same file");
+static_assert(
+    [] {
+        for (const MediaRow& row : mediaRows)
+            if (std::ranges::count(mediaRows, std::string_view(row.file), &MediaRow::file) != 1)
+                return false;
+        return true;
+    }(),
+    "two rows would write the same file");
 
 }  // namespace Quorva::Media
