@@ -1,12 +1,14 @@
 # Everything one of our own targets has in common.
 function(house_target target)
+  cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${CMAKE_BINARY_DIR}" OUTPUT_VARIABLE relative)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>")
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion
     $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>   # fields and constructor arguments share names
     $<$<BOOL:${TESSADRIN_WERROR}>:-Werror>
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")   # records and exceptions name Proc/..., not this machine
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/="    # records and exceptions name Proc/..., not this machine
+    "-fmacro-prefix-map=${relative}/=")            # also where ccache compiles by relative paths
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()

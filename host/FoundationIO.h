@@ -69,7 +69,7 @@ class QUORVA_HOST_API IDataInput : public virtual IRefCountable {
 public:
     /// Reads up to `size` bytes from the current position and moves past them.
     /// @return bytes read; less than `size` only at the end, 0 when nothing is left.
-    /// @throws IOException  the medium refuses.
+    /// @throws IOException  the medium refuses; the position stays, whatever the buffer holds then.
     virtual uint64_t Read(uint8_t* buffer, uint64_t size) = 0;
     virtual uint64_t GetSize() = 0;  ///< whole length in bytes
     /// @return the new position. Positions past the end are allowed, those before the start are not.
@@ -103,7 +103,8 @@ protected:
 /// A file, read with positioned reads and no buffer of its own: read it in large pieces.
 class QUORVA_HOST_API DataInputFile {
 public:
-    /// @throws IOException  naming the path and the system's reason: no such file, no permission, a folder.
+    /// @throws IOException  naming the path and the system's reason: no such file, no permission, a folder, a
+    ///                      pipe or terminal, which have no positions.
     static boost::intrusive_ptr<IDataInput> Create(const ioPath& path);
 };
 

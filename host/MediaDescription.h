@@ -100,7 +100,21 @@ public:
 };
 
 /// Numbered as AVSampleFormat; P means one plane per channel.
-enum class SampleFormats : int32_t { NONE = -1, U8, S16, S32, FLT, DBL, U8P, S16P, S32P, FLTP, DBLP, S64, S64P };
+enum class SampleFormats : int32_t {
+    NONE = -1,
+    U8,
+    S16,
+    S32,
+    FLT,
+    DBL,
+    U8P,
+    S16P,
+    S32P,
+    FLTP,
+    DBLP,
+    S64,
+    S64P
+};
 
 /// The speaker layouts the pipeline tells apart.
 enum class ChannelLayout : int32_t {
@@ -198,7 +212,8 @@ struct QUORVA_HOST_API DisplayMatrix {
     static DisplayMatrix FromOrientation(ImageOrientation orientation, const FrameSize& size);
     /// The orientation that the matrix stands for; nothing when it scales, shears or turns by another angle.
     std::optional<ImageOrientation> GetOrientation() const noexcept;
-    /// Sets the translation so that a frame of `size` is shown with its top left corner at (0, 0).
+    /// Sets the translation so that the shown frame begins at (0, 0), whatever its sides are after turning.
+    /// Frames beyond 32767 pixels don't fit into 16.16 numbers: their translation stays at the largest one.
     void CorrectTranslation(const FrameSize& size) noexcept;
 };
 
@@ -208,7 +223,8 @@ struct QUORVA_HOST_API LayoutRecord {
     uint8_t channels;
     const std::string* name;  ///< never null
 
-    /// The layout usual for a channel count; the record of ChannelLayout::None when there is none. Never null.
+    /// The layout usual for a channel count; the record of ChannelLayout::None when there is none. Never
+    /// null.
     static const LayoutRecord* Find(int channels) noexcept;
     /// The record of `layout`; null when it isn't one of the enumeration.
     static const LayoutRecord* Find(ChannelLayout layout) noexcept;
@@ -319,7 +335,8 @@ struct QUORVA_HOST_API IFormatFile {
 /// @param extension  without the dot; letter case doesn't matter
 QUORVA_HOST_API const std::vector<std::string>& GetFormatsByExtension(const std::string& extension);
 
-/// Formats that hold one still image; with AnimatedImages::Include also those that may hold an animation.
+/// Formats that hold one still image; with AnimatedImages::Include also those that may hold an animation, as
+/// GIF, AVIF and HEIF may.
 QUORVA_HOST_API const std::unordered_set<std::string>& GetImageContainerSet(AnimatedImages animated);
 
 }  // namespace Conf

@@ -22,13 +22,13 @@ struct QUORVA_HOST_API MovieProbe {
     /// Zero bytes that stand behind the buffer: FFmpeg's probes read beyond its end.
     static constexpr uint64_t PADDING = 32;
 
-    std::string fileName;           ///< UTF-8; may be empty
-    std::string extension;          ///< lower case, without the dot; may be empty
+    std::string fileName;             ///< UTF-8; may be empty
+    std::string extension;            ///< lower case, without the dot; may be empty
     const uint8_t* buffer = nullptr;  ///< `size` bytes, then PADDING zeros
     uint64_t size = 0;
 
-    /// Reads the first `size` bytes of `input`, less when it is shorter, and names them after it. The input is
-    /// left at its start.
+    /// Reads the first `size` bytes of `input`, less when it is shorter, and names them after it. The input,
+    /// which must not be null, is left at its start.
     /// @throws Core::IOException  the input refuses.
     static std::unique_ptr<const MovieProbe> Create(const boost::intrusive_ptr<Core::IDataInput>& input,
                                                     uint64_t size);
@@ -114,7 +114,7 @@ struct PlaneTemplate {
     /// @param stride     bytes from one row to the next; negative for rows that run upwards
     /// @param rowLength  bytes of a row that count
     /// @param offset     bytes to skip at the start of each row
-    /// @param bottomUp   the pointer is at the last row, and rows follow in reverse
+    /// @param bottomUp   the pointer is at the last row instead of the first
     PlaneTemplate(Pointer data, int64_t stride, int64_t rowLength, int64_t rowCount, int64_t offset,
                   bool bottomUp)
         : data((bottomUp && rowCount > 0 ? data - stride * (rowCount - 1) : data) + offset),

@@ -54,9 +54,6 @@ public:
     int64_t GetInt64() const;
 
 private:
-    template <class T>
-    const T& Get(const char* wanted) const;
-
     std::string name;
     // In the order of PropertyTypes.
     std::variant<std::monostate, bool, double, int64_t, std::string, std::vector<uint8_t>,

@@ -2,9 +2,9 @@
 #include "host/Media.h"
 
 #include "Proc/Wrappers/Tessadrin/ChannelLayoutsConvertion.h"
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 #include "tests/support/Frames.h"
-#include "tests/support/ScarceMemory.h"
 
 #include <cstring>
 #include <vector>
@@ -84,7 +84,7 @@ TEST(VideoData, Refusals)
     const FramePtr empty(av_frame_alloc());
     EXPECT_EQ(FailureOf<FormatException>([&] { VideoData{*empty}; }).description, "The frame holds nothing");
 
-    const ScarceMemory scarce(10'000);
+    const AllocationLimit scarce(10'000);
     try {
         VideoData({640, 480}, PixFmt::YUV420P);
         ADD_FAILURE();
@@ -159,7 +159,7 @@ TEST(AudioData, Refusals)
     EXPECT_THROW(AudioData(SampleInfo(), 10), FormatException);
     EXPECT_THROW(AudioData({0, SampleFormats::FLT, ChannelLayout::Stereo}, 10), FormatException);
 
-    const ScarceMemory scarce(10'000);
+    const AllocationLimit scarce(10'000);
     try {
         AudioData(stereo, 100'000);
         ADD_FAILURE();

@@ -3,9 +3,9 @@
 #include "Proc/Wrappers/Tessadrin/ChannelLayoutsConvertion.h"
 #include "host/CodecDescriptions.h"
 #include "host/Media.h"
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/ScarceMemory.h"
 
 extern "C" {
 #include <libavutil/display.h>
@@ -202,7 +202,7 @@ TEST(FormatCodecToCodecParameters, SideDataThatFindsNoRoomIsLogged)
     video->frameCropping = FrameCropping{};
     const Parameters parameters = NewParameters();
     {
-        const ScarceMemory scarce(1);
+        const AllocationLimit scarce(1);
         FormatCodecToCodecParameters(video, parameters.get());
         EXPECT_THAT(log.Take(), testing::ElementsAre(LogRecord{google::GLOG_ERROR,
                                                                "Failed to generate a frame cropping data"}));
@@ -325,7 +325,7 @@ TEST(SetExtradata, WhatFindsNoRoomLeavesNone)
     const Parameters parameters = NewParameters();
     const auto refused = [&](const boost::intrusive_ptr<const IBlob>& blob, uint64_t size) {
         SetExtradata(parameters.get(), MakeBlob({1, 2, 3}));
-        const ScarceMemory scarce(1000);
+        const AllocationLimit scarce(1000);
         try {
             SetExtradata(parameters.get(), blob);
             ADD_FAILURE();

@@ -1,8 +1,8 @@
 #include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
 
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 #include "tests/support/Frames.h"
-#include "tests/support/ScarceMemory.h"
 
 #include <algorithm>
 #include <climits>
@@ -299,14 +299,14 @@ TEST(SafeSwsContext, WithoutMemory)
 {
     const SwsCtxParams params = ToRgb(SWS_BICUBIC);
     {
-        const ScarceMemory scarce(1);
+        const AllocationLimit scarce(1);
         EXPECT_EQ(FailureOf<ProcException>([&] { SafeSwsContext{params}; }),
                   (Failure{"Can't allocate SW Scale context", "SafeSwsContext", "SafeSwsContext"}));
     }
     // Half-way, whatever FFmpeg misses first: nothing leaks.
     int refused = 0;
     for (size_t most = 16; most < 100'000; most += most / 2) {
-        const ScarceMemory scarce(most);
+        const AllocationLimit scarce(most);
         try {
             SafeSwsContext{params};
         } catch (const ProcException&) {

@@ -1,7 +1,7 @@
 #include "Proc/Wrappers/Tessadrin/SafeTypes.h"
 
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
-#include "tests/support/ScarceMemory.h"
 
 #include <algorithm>
 #include <memory>
@@ -245,7 +245,7 @@ TEST(SafeCodecContext, FlushMakesADrainedDecoderTakeMore)
 
 TEST(SafeCodecContext, WithoutMemory)
 {
-    const ScarceMemory scarce(1);
+    const AllocationLimit scarce(1);
     EXPECT_EQ(FailureOf<ParserException>([] { SafeCodecContext{nullptr}; }),
               (Failure{"Can't create codec context", "SafeCodecContext", "SafeTypes"}));
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <string_view>
 #include <unordered_map>
 
 namespace Quorva::Conf {
@@ -22,9 +23,29 @@ constexpr Row rows[] = {
 };
 #undef EXTENSION
 
-static_assert(std::ranges::is_sorted(rows, std::ranges::less_equal(), &Row::extension) ||
-              std::ranges::adjacent_find(rows, std::ranges::greater_equal(), &Row::extension) ==
-                  std::end(rows));
+constexpr bool NamesNothingTwice(const Row& row)
+{
+    for (std::size_t i = 0; i < row.formats.size(); ++i)
+        for (std::size_t j = 0; j < i; ++j)
+            if (!row.formats[i].empty() && row.formats[i] == row.formats[j])
+                return false;
+    return true;
+}
+static_assert(std::ranges::adjacent_find(rows, std::ranges::greater_equal(), &Row::extension) ==
+              std::end(rows));
+static_assert(std::ranges::all_of(rows, NamesNothingTwice));
+
+/// One still image, if perhaps in several sizes or pages. Formats that FFmpeg alone names are given as text.
+constexpr std::string_view stillImages[] = {
+    F_BMP,      F_CRI,    F_DDS,          F_DPX,    F_EXR,     F_GEM, F_HEIC,        F_ICO,  F_JPEG,
+    F_JPEG2000, F_JPEGLS, F_JPEGXL,       F_PAM,    F_PBM,     F_PCX, F_PFM,         F_PGM,  F_PGMYUV,
+    F_PGX,      F_PHM,    F_PHOTOCD,      F_PICTOR, F_PIX,     F_PNG, F_PPM,         F_PSD,  F_PTX,
+    F_QDRAW,    F_QOI,    F_RADIANCE_HDR, F_SGI,    F_SUNRAST, F_SVG, F_TARGA,       F_TIFF, F_VBN,
+    F_WBMP,     F_WEBP,   F_XBM,          F_XFACE,  F_XPM,     F_XWD, "brender_pix", "msp"};
+
+/// AVIF and HEIF name images and sequences alike; HEIC has a name of its own for sequences.
+constexpr std::string_view animations[] = {F_AJPEGXL, F_APNG,  F_AVIF, F_AWEBP,
+                                           F_GIF,     F_HEICS, F_HEIF, "fits"};
 
 }  // namespace
 
@@ -57,19 +78,13 @@ const std::unordered_set<std::string>& GetImageContainerSet(AnimatedImages anima
     using Set = std::unordered_set<std::string>;
     static const Set still = [] {
         Set set;
-        for (const std::string_view format :
-             {F_BMP,    F_CRI,          F_DDS,     F_DPX,   F_EXR,   F_GEM,  F_ICO, F_JPEG,   F_JPEG2000,
-              F_JPEGLS, F_JPEGXL,       F_PAM,     F_PBM,   F_PCX,   F_PFM,  F_PGM, F_PGMYUV, F_PGX,
-              F_PHM,    F_PHOTOCD,      F_PICTOR,  F_PIX,   F_PNG,   F_PPM,  F_PSD, F_PTX,    F_QDRAW,
-              F_QOI,    F_SGI,          F_SUNRAST, F_SVG,   F_TARGA, F_TIFF, F_VBN, F_V210X,  F_WBMP,
-              F_WEBP,   F_RADIANCE_HDR, F_XBM,     F_XFACE, F_XPM,   F_XWD})
+        for (const std::string_view format : stillImages)
             set.emplace(format);
         return set;
     }();
     static const Set all = [] {
         Set set = still;
-        for (const std::string_view format :
-             {F_AJPEGXL, F_APNG, F_AVIF, F_AWEBP, F_GIF, F_HEIC, F_HEICS, F_HEIF})
+        for (const std::string_view format : animations)
             set.emplace(format);
         return set;
     }();

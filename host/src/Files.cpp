@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <source_location>
 #include <system_error>
 #include <utility>
 
@@ -71,41 +72,56 @@ public:
         do
             descriptor = ::open(this->path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
         while (descriptor < 0 && errno == EINTR);
+        struct stat status {};
+        if (descriptor < 0 || ::fstat(descriptor, &status) < 0 || ::lseek(descriptor, 0, SEEK_END) < 0)
+            failure = errno;
+        else if (S_ISDIR(status.st_mode))
+            failure = EISDIR;
     }
     FileHandle(const FileHandle&) = delete;
     FileHandle& operator=(const FileHandle&) = delete;
     ~FileHandle()
     {
         if (descriptor >= 0)
-            ::close(descriptor);  // reports nothing that a destructor could pass on
+            ::close(descriptor);  // a destructor could tell nobody of a failure
     }
 
     const std::string path;
     int descriptor;
+    int failure = 0;  ///< the system's reason why this is no file with a position
+};
+
+/// The place of a member function that leaves the check of its argument to one of those below.
+struct Caller {
+    const char* function = __builtin_FUNCTION();
+    std::source_location place = std::source_location::current();
 };
 
 /// The position `offset` bytes from `position`.
-uint64_t Moved(uint64_t position, int64_t offset, const std::string& name)
+uint64_t Moved(uint64_t position, int64_t offset, const std::string& name, const Caller& caller)
 {
     int64_t moved = 0;
     if (__builtin_add_overflow(static_cast<int64_t>(position), offset, &moved) || moved < 0)
-        Throw<IOException>(fmt::format("Can't move by {} from {} in '{}'", offset, position, name), "MoveBy");
+        Throw<IOException>(fmt::format("Can't move by {} from {} in '{}'", offset, position, name),
+                           caller.function, caller.place);
     return static_cast<uint64_t>(moved);
 }
 
-void CheckPosition(uint64_t position, const std::string& name)
+uint64_t Checked(uint64_t position, const std::string& name, const Caller& caller)
 {
     if (position > MAX_POSITION)
-        Throw<IOException>(fmt::format("Can't move to {} in '{}'", position, name), "MoveTo");
+        Throw<IOException>(fmt::format("Can't move to {} in '{}'", position, name), caller.function,
+                           caller.place);
+    return position;
 }
 
-uint64_t SizeOf(const FileHandle& file)
+uint64_t SizeOf(const FileHandle& file, const Caller& caller)
 {
-    // The position of the descriptor is used by nobody, and its end is the size of devices as well.
+    // Nobody uses the descriptor's own position, and unlike fstat() this knows the size of devices, too.
     const off_t size = ::lseek(file.descriptor, 0, SEEK_END);
     if (size < 0)
         Throw<IOException>(fmt::format("Can't get the size of '{}': {}", file.path, ReasonOf(errno)),
-                           "GetSize");
+                           caller.function, caller.place);
     return static_cast<uint64_t>(size);
 }
 
@@ -113,16 +129,7 @@ class FileInput final : public RefCounted<IDataInput> {
 public:
     explicit FileInput(const ioPath& path) : file(path, O_RDONLY) {}
 
-    /// 0, or the system's reason why this can't be read as a file.
-    int GetFailure() const noexcept
-    {
-        struct stat status {};
-        if (file.descriptor < 0 || ::fstat(file.descriptor, &status) < 0)
-            return errno;
-        if (S_ISDIR(status.st_mode))
-            return EISDIR;
-        return ::lseek(file.descriptor, 0, SEEK_END) < 0 ? errno : 0;
-    }
+    int GetFailure() const noexcept { return file.failure; }
 
     uint64_t Read(uint8_t* buffer, uint64_t size) override
     {
@@ -143,13 +150,9 @@ public:
         return done;
     }
 
-    uint64_t GetSize() override { return SizeOf(file); }
-    uint64_t MoveBy(int64_t offset) override { return position = Moved(position, offset, file.path); }
-    void MoveTo(uint64_t target) override
-    {
-        CheckPosition(target, file.path);
-        position = target;
-    }
+    uint64_t GetSize() override { return SizeOf(file, {}); }
+    uint64_t MoveBy(int64_t offset) override { return position = Moved(position, offset, file.path, {}); }
+    void MoveTo(uint64_t target) override { position = Checked(target, file.path, {}); }
     const std::string& GetName() const noexcept override { return file.path; }
 
 private:
@@ -174,12 +177,8 @@ public:
     }
 
     uint64_t GetSize() override { return bytes.size(); }
-    uint64_t MoveBy(int64_t offset) override { return position = Moved(position, offset, name); }
-    void MoveTo(uint64_t target) override
-    {
-        CheckPosition(target, name);
-        position = target;
-    }
+    uint64_t MoveBy(int64_t offset) override { return position = Moved(position, offset, name, {}); }
+    void MoveTo(uint64_t target) override { position = Checked(target, name, {}); }
     const std::string& GetName() const noexcept override { return name; }
 
 private:
@@ -192,10 +191,7 @@ class FileOutput final : public RefCounted<IDataOutput> {
 public:
     explicit FileOutput(const ioPath& path) : file(path, O_WRONLY | O_CREAT | O_TRUNC) {}
 
-    int GetFailure() const noexcept
-    {
-        return file.descriptor < 0 || ::lseek(file.descriptor, 0, SEEK_END) < 0 ? errno : 0;
-    }
+    int GetFailure() const noexcept { return file.failure; }
 
     void Write(const uint8_t* buffer, uint64_t size) override
     {
@@ -215,7 +211,7 @@ public:
         position += done;
     }
 
-    uint64_t GetSize() override { return SizeOf(file); }
+    uint64_t GetSize() override { return SizeOf(file, {}); }
 
     void SetSize(uint64_t size) override
     {
@@ -231,12 +227,8 @@ public:
                 fmt::format("Can't set the size of '{}' to {}: {}", file.path, size, ReasonOf(errno)));
     }
 
-    uint64_t MoveBy(int64_t offset) override { return position = Moved(position, offset, file.path); }
-    void MoveTo(uint64_t target) override
-    {
-        CheckPosition(target, file.path);
-        position = target;
-    }
+    uint64_t MoveBy(int64_t offset) override { return position = Moved(position, offset, file.path, {}); }
+    void MoveTo(uint64_t target) override { position = Checked(target, file.path, {}); }
 
 private:
     const FileHandle file;

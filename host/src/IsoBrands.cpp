@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 
 namespace Quorva::Proc {
 namespace {
@@ -36,7 +37,8 @@ std::string ConvertISOBMFFToFileFormat(uint32_t brand)
 
 std::vector<std::string> GetKnownISOBaseMediaFileFormats()
 {
-    std::vector<std::string> formats = {std::string(F_MOV), std::string(F_MP4)};
+    // A ring tone has the brand of other Apple audio; only its extension tells.
+    std::vector<std::string> formats = {std::string(F_MOV), std::string(F_MP4), std::string(F_M4R)};
     for (const Row& row : rows)
         if (std::ranges::find(formats, row.format) == formats.end())
             formats.emplace_back(row.format);

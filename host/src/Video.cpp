@@ -103,8 +103,10 @@ std::optional<ImageOrientation> DisplayMatrix::GetOrientation() const noexcept
 
 void DisplayMatrix::CorrectTranslation(const FrameSize& size) noexcept
 {
-    values[6] = Shift(int64_t{values[0]} * size.width, int64_t{values[3]} * size.height);
-    values[7] = Shift(int64_t{values[1]} * size.width, int64_t{values[4]} * size.height);
+    const int64_t width = std::max(size.width, 0);
+    const int64_t height = std::max(size.height, 0);
+    values[6] = Shift(values[0] * width, values[3] * height);
+    values[7] = Shift(values[1] * width, values[4] * height);
 }
 
 }  // namespace Conf

@@ -1,5 +1,5 @@
 // Loads the library at run time, the way a plug-in is loaded. Not linked to it.
-// Usage: LoadChild LIBRARY normal|wrong|missing
+// Usage: LoadChild LIBRARY normal|wrong|missing|nomov
 
 #include "Proc/Wrappers/Tessadrin/Export.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
@@ -8,7 +8,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -29,7 +31,10 @@ const Farewell farewell;
 
 bool LoadAndUnload(const char* library)
 {
-    void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
+    // By pointer: dlopen() is declared to throw nothing, which would end the process for an exception that
+    // escapes.
+    void* (*volatile load)(const char*, int) = dlopen;
+    void* handle = load(library, RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         std::fprintf(stderr, "%s\n", dlerror());
         return false;
@@ -54,6 +59,15 @@ TESSADRIN_API const AVPixFmtDescriptor* av_pix_fmt_desc_get(AVPixelFormat format
         return &wrong;
     }
     return real;
+}
+
+TESSADRIN_API const AVInputFormat* av_demuxer_iterate(void** position)
+{
+    const auto next = Next(av_demuxer_iterate, "av_demuxer_iterate");
+    const AVInputFormat* demuxer = next(position);
+    if (mode == "nomov" && demuxer && std::string_view(demuxer->name).starts_with("mov,"))
+        demuxer = next(position);
+    return demuxer;
 }
 
 TESSADRIN_API int avformat_network_init(void)

@@ -24,8 +24,8 @@ inline std::filesystem::path MediaFolder()
     return exists(folder / "MANIFEST.tsv") ? folder : std::filesystem::path();
 }
 
-#define SKIP_WITHOUT_MEDIA_FILES()    \
-    if (MediaFolder().empty())        \
+#define SKIP_WITHOUT_MEDIA_FILES() \
+    if (MediaFolder().empty())     \
     GTEST_SKIP() << "no media files: set TESSADRIN_MEDIA to a folder with a MANIFEST.tsv"
 
 /// A table with tabs between the columns and a first line that names them: each row's fields by name.

@@ -36,6 +36,13 @@ int64_t GetLength(AVIOContext* io)
     return size >= 0 ? size : avio_seek(io, 0, SEEK_CUR);
 }
 
+/// An error makes FFmpeg believe that the end is reached as well, and then it doesn't try to read.
+void ForgetEnd(AVIOContext* io)
+{
+    if (io)
+        io->eof_reached = 0;
+}
+
 constexpr int retryLimit = 20;
 constexpr int64_t skipStep = 1024;            // bytes
 constexpr int64_t shortestRest = 100 * 1024;  // bytes; with less ahead, an error is the end
@@ -112,14 +119,17 @@ int av_read_frame_fixed(AVFormatContext* context, AVPacket* packet)
             position = std::max(position, io->pos);
         const int result = av_read_frame(context, packet);
         if (result >= 0) {
-            if (io)
+            if (io && io->error) {
                 io->error = 0;  // otherwise the end would be reported as the error that was got past
+                ForgetEnd(io);  // the error's: the next call has to read
+            }
             return result;
         }
         if (IsFinal(result))
             return result;
         if (result == AVERROR(EAGAIN) && retries < retryLimit) {
             ++retries;
+            ForgetEnd(io);
             continue;
         }
 
@@ -131,7 +141,7 @@ int av_read_frame_fixed(AVFormatContext* context, AVPacket* packet)
             return result;
         retries = 0;
         position += skipStep;
-        io->eof_reached = 0;  // set by errors too, and sticky: the seek would read and find "the end"
+        ForgetEnd(io);
         if (av_seek_frame(context, -1, position, AVSEEK_FLAG_BYTE) < 0)
             return result;
     }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Proc/Wrappers/Tessadrin/Export.h"
 #include "host/MediaDescription.h"
 #include "host/RefCounting.h"
 
@@ -13,7 +12,7 @@ namespace Quorva::Proc::Details {
 /// library would misread. The bridge stays installed when this goes, as FFmpeg may still log.
 class FFmpegSetup {
 public:
-    /// @throws std::logic_error  from one of the checks below.
+    /// @throws std::logic_error  from the checks below.
     FFmpegSetup();
     ~FFmpegSetup();
     FFmpegSetup(const FFmpegSetup&) = delete;
@@ -24,18 +23,16 @@ private:
     RefCountImpl loads;
 };
 
-// Exported for the tests alone: a build of FFmpeg that fails them can't be had.
-
 /// Whether libavutil's structures are as long as when this library was compiled, or shorter: frames are held
 /// by value here, and a later minor version may write beyond their end. An earlier one only leaves fields at
 /// zero; functions it lacks stop the dynamic linker, pixel formats it lacks the check below.
 /// @param version  as avutil_version() returns it
 /// @throws std::logic_error  of another major version or a later minor version.
-TESSADRIN_API void CheckRuntimeVersion(unsigned version);
+void CheckRuntimeVersion(unsigned version);
 
 /// Whether the pipeline's descriptions agree with FFmpeg's of the same number, which is all that conversions
 /// of pixel formats rely on.
 /// @throws std::logic_error  names the first that differs, or that FFmpeg doesn't describe ("none").
-TESSADRIN_API void CheckPixelFormats(const std::vector<PixFmtDescription>& descriptions);
+void CheckPixelFormats(const std::vector<PixFmtDescription>& descriptions);
 
 }  // namespace Quorva::Proc::Details

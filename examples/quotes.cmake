@@ -1,0 +1,12 @@
+# Fails unless the first C++ block of ${README} stands, word for word, in ${SOURCE}.
+file(READ "${README}" text)
+string(FIND "${text}" "```cpp\n" begin)
+string(SUBSTRING "${text}" ${begin} -1 text)
+string(SUBSTRING "${text}" 7 -1 text)
+string(FIND "${text}" "```" end)
+string(SUBSTRING "${text}" 0 ${end} block)
+file(READ "${SOURCE}" source)
+string(FIND "${source}" "${block}" found)
+if(begin EQUAL -1 OR block STREQUAL "" OR found EQUAL -1)
+  message(FATAL_ERROR "README.md's example is no longer a part of ${SOURCE}:\n${block}")
+endif()

@@ -1,0 +1,169 @@
+// What the program's commands build on.
+#include "tests/support/MadeMedia.h"
+#include "tools/support/Failure.h"
+#include "tools/support/OpenedInput.h"
+#include "tools/support/Suggest.h"
+#include "tools/support/Text.h"
+
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
+#include "host/Exception.h"
+
+#include <gmock/gmock.h>
+#include <boost/exception/get_error_info.hpp>
+
+#include <array>
+
+namespace Quorva::Tool {
+namespace {
+
+TEST(Text, TerminalsSeeOneLineOfHarmlessCharacters)
+{
+    UseUtf8();
+    const struct {
+        std::string text, shown;
+        size_t width;
+    } rows[] = {
+        {"plain", "plain", 5},
+        {"gr\xc3\xbc\xc3\x9f", "gr\xc3\xbc\xc3\x9f", 4},
+        {"\xe6\x98\xa0\xe7\x94\xbb", "\xe6\x98\xa0\xe7\x94\xbb", 4}, // two wide characters
+        {"a\tb\r\n", "a\\tb\\r\\n", 8},
+        {std::string("\0\x1b[31m\x7f", 7), "\\x00\\x1b[31m\\x7f", 16},
+        {"\xc2\x9b"
+         "31m", "\\u{9b}31m", 9}, // a control sequence in one character
+        {"\xe2\x80\xae"
+         "gpj.exe", "\\u{202e}gpj.exe", 15}, // would be read backwards
+        {"\xc3(\xe2\x82\xf0\x28", "\\xc3(\\xe2\\x82\\xf0(", 18}, // no UTF-8
+        {"\xed\xa0\x80", "\\xed\\xa0\\x80", 12}, // half a surrogate pair
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.shown);
+        EXPECT_EQ(Printable(row.text), row.shown);
+        EXPECT_EQ(DisplayWidth(row.shown), row.width);
+    }
+    EXPECT_EQ(Shortened("\xe6\x98\xa0\xe7\x94\xbb", 3), "\xe6\x98\xa0") << "half of a wide character is none";
+    EXPECT_EQ(Shortened("abc", 3), "abc");
+}
+
+TEST(Text, TimesAndRates)
+{
+    EXPECT_EQ(DurationText(3'723'040'499), "1:02:03.040");
+    EXPECT_EQ(DurationText(59'999'500), "0:01:00.000");
+    EXPECT_EQ(DurationText(-500), "-0:00:00.001");
+    EXPECT_EQ(DurationText(INT64_MIN + 1), "-2562047788:00:54.776");
+    EXPECT_EQ(BitRateText(9999), "9999 b/s");
+    EXPECT_EQ(BitRateText(128'500), "129 kb/s");
+}
+
+TEST(Suggest, OnlySlipsAreGuessed)
+{
+    const std::vector<std::string> names = {"matroska", "mp3", "mp4", "webm"};
+    EXPECT_EQ(NearestName("matroksa", names), "matroska");
+    EXPECT_EQ(NearestName("mp", names), "mp3");
+    EXPECT_EQ(NearestName("x", names), "") << "replacing all of it is no slip";
+    EXPECT_EQ(NearestName("vorbis", names), "");
+    EXPECT_EQ(DidYouMean("wbm", names), "; did you mean 'webm'?");
+    EXPECT_EQ(DidYouMean("", names), "");
+}
+
+/// A file in memory, of which some bytes can't be read.
+class TornInput final : public RefCounted<Core::IDataInput> {
+public:
+    TornInput(boost::intrusive_ptr<Core::IDataInput> whole, uint64_t from, uint64_t to)
+        : whole(std::move(whole)), from(from), to(to)
+    {
+    }
+
+    uint64_t Read(uint8_t* buffer, uint64_t size) override
+    {
+        const uint64_t position = whole->MoveBy(0);
+        if (position < to && position + size > from)
+            ThrowTorn(position);
+        return whole->Read(buffer, size);
+    }
+    uint64_t GetSize() override { return whole->GetSize(); }
+    uint64_t MoveBy(int64_t offset) override { return whole->MoveBy(offset); }
+    void MoveTo(uint64_t position) override { whole->MoveTo(position); }
+    const std::string& GetName() const noexcept override { return whole->GetName(); }
+
+private:
+    static void ThrowTorn(uint64_t position)
+    {
+        Proc::Details::Raise(Core::IOException() << TagDescription("torn at " + std::to_string(position)));
+    }
+
+    const boost::intrusive_ptr<Core::IDataInput> whole;
+    const uint64_t from, to;
+};
+
+/// Reads all packets of the detected file; `failure` gets what ReadPacket() or the constructor threw.
+uint64_t CountPackets(const DetectedInput& detected, std::string& failure)
+{
+    uint64_t count = 0;
+    AVPacket* packet = Proc::CreatePacket(0);
+    try {
+        OpenedInput input(detected);
+        for (; input.ReadPacket(packet); ++count)
+            av_packet_unref(packet);
+    } catch (const Core::IOException& e) {
+        failure = *boost::get_error_info<TagDescription>(e);
+        EXPECT_TRUE(boost::get_error_info<TagCallStack>(e));
+    }
+    Proc::ReleasePacket(&packet);
+    return count;
+}
+
+TEST(OpenedInput, StreamsThatThrowAreReadAsFarAsTheyGo)
+{
+    // Fails the least in packets that stand for themselves: MPEG-TS goes on behind the hole.
+    DetectedInput detected = DetectInput(Media::MadeFile("h264-aac.ts").native());
+    std::string failure;
+    const uint64_t all = CountPackets(detected, failure);
+    EXPECT_EQ(failure, "");
+    ASSERT_GT(all, 50u);
+
+    const auto whole = detected.stream;
+    detected.stream = MakeRefCounted<TornInput>(whole, 0, detected.size);
+    EXPECT_EQ(CountPackets(detected, failure), 0u);
+    EXPECT_EQ(failure, "torn at 0") << "the stream's own exception, not FFmpeg's number";
+
+    detected.stream = MakeRefCounted<TornInput>(whole, detected.size - 1, detected.size);
+    failure.clear();
+    CountPackets(detected, failure);
+    EXPECT_THAT(failure, testing::StartsWith("torn at "))
+        << "and it is not lost when something could be read";
+}
+
+TEST(Failure, KnowsItsKind)
+{
+    const auto failureOf = [](auto&& action) {
+        try {
+            action();
+        } catch (...) {
+            return CurrentFailure("/some/file");
+        }
+        return Failure();
+    };
+    Failure failure = failureOf([] { ThrowFFmpegFailure("reading stopped", AVERROR(ECONNRESET)); });
+    EXPECT_EQ(failure.message, "reading stopped: Connection reset by peer") << "not by its number";
+    EXPECT_EQ(failure.exception, "Quorva::Proc::ProcException");
+    EXPECT_EQ(failure.kind, FailureKind::InvalidData);
+    EXPECT_EQ(failure.ffmpegResult, AVERROR(ECONNRESET));
+
+    failure = failureOf([] { Proc::Details::Raise(Core::MemoryException("no room", 7)); });
+    EXPECT_EQ(failure.kind, FailureKind::NoMemory);
+    EXPECT_EQ(failure.message, "no room");
+    failure = failureOf([] {
+        Proc::Details::Raise(Core::IOException() << TagDescription("Can't read '/some/file' at 7: lost"));
+    });
+    EXPECT_EQ(failure.kind, FailureKind::Unreadable);
+    EXPECT_EQ(failure.message, "Can't read at 7: lost");
+    EXPECT_EQ(failure.description, "Can't read '/some/file' at 7: lost");
+    failure = failureOf([] { throw std::runtime_error("plain"); });
+    EXPECT_EQ(failure.kind, FailureKind::Internal);
+    EXPECT_EQ(failure.file, "");
+    EXPECT_EQ(failureOf([] { throw 7; }).kind, FailureKind::Internal);
+}
+
+}  // namespace
+}  // namespace Quorva::Tool

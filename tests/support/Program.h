@@ -1,0 +1,108 @@
+// Runs the built command-line program as a child process.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+/// A folder of its own for each test, removed with the object.
+class TemporaryFolder {
+public:
+    TemporaryFolder()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "tessadrin-XXXXXX").native();
+        if (!mkdtemp(pattern.data()))
+            std::abort();
+        path = pattern;
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() { std::filesystem::remove_all(path); }
+
+    /// Writes a file, folders included, and returns its path.
+    std::string Put(const std::string& name, const std::string& bytes) const
+    {
+        const std::filesystem::path file = path / name;
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << bytes;
+        return file.native();
+    }
+    std::string At(const std::string& name) const { return (path / name).native(); }
+
+    std::filesystem::path path;
+};
+
+struct Outcome {
+    int code = -1;   ///< exit code; -1: ended by a signal
+    int signal = 0;  ///< which one
+    std::string output;
+    std::string errors;
+
+    std::vector<std::string> ErrorLines() const
+    {
+        std::vector<std::string> lines;
+        std::istringstream stream(errors);
+        for (std::string line; std::getline(stream, line);)
+            lines.push_back(line);
+        return lines;
+    }
+};
+
+/// Runs the program with descriptors `in`, `out` and `error` as its standard ones, and waits for it.
+inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out, int error)
+{
+    std::vector<char*> argv{const_cast<char*>(TESSADRIN_PROGRAM)};
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, error, STDERR_FILENO);
+    pid_t child = 0;
+    const int spawned = posix_spawn(&child, TESSADRIN_PROGRAM, &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    EXPECT_EQ(spawned, 0) << TESSADRIN_PROGRAM;
+    int status = 0;
+    Outcome outcome;
+    if (spawned != 0 || waitpid(child, &status, 0) != child)
+        return outcome;
+    if (WIFEXITED(status))
+        outcome.code = WEXITSTATUS(status);
+    else
+        outcome.signal = WTERMSIG(status);
+    return outcome;
+}
+
+/// Runs the program with its output in files, which are no terminals.
+inline Outcome RunProgram(const std::vector<std::string>& arguments)
+{
+    const TemporaryFolder folder;
+    const auto open = [&](const char* name) {
+        return ::open(folder.At(name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    };
+    const auto content = [&](const char* name) {
+        std::ifstream file(folder.At(name), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    const int descriptors[] = {open("in"), open("out"), open("error")};
+    Outcome outcome = RunOn(arguments, descriptors[0], descriptors[1], descriptors[2]);
+    for (const int descriptor : descriptors)
+        close(descriptor);
+    outcome.output = content("out");
+    outcome.errors = content("error");
+    return outcome;
+}

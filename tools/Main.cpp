@@ -1,0 +1,112 @@
+#include "tools/Command.h"
+#include "tools/support/Console.h"
+#include "tools/support/Json.h"
+#include "tools/support/Logging.h"
+#include "tools/support/Suggest.h"
+#include "tools/support/Text.h"
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace Quorva::Tool {
+
+namespace {
+
+std::string VersionLines()
+{
+    std::string text = fmt::format("tessadrin {}\nFFmpeg {}", TESSADRIN_VERSION, av_version_info());
+    const Json tool = ToolJson();
+    for (const auto& [name, version] : tool["ffmpeg"].items())
+        text += fmt::format("\n  lib{:<10} {}", name, version.get<std::string>());
+    return text;
+}
+
+/// Why the command line can't be understood; names the nearest command or option where it was a slip.
+std::string Complaint(const CLI::App& app, const CLI::ParseError& error)
+{
+    const auto chosen = app.get_subcommands();
+    const CLI::App& place = chosen.empty() ? app : *chosen.front();
+    std::vector<std::string> words = app.remaining();
+    if (!chosen.empty())
+        std::ranges::copy(place.remaining(), std::back_inserter(words));
+    if (words.empty())
+        return error.what();
+    std::vector<std::string> names;
+    if (!words.front().starts_with('-')) {
+        if (!chosen.empty())
+            return error.what();
+        for (const CLI::App* command : app.get_subcommands(nullptr))
+            names.push_back(command->get_name());
+        return fmt::format("no command '{}'{}", words.front(), DidYouMean(words.front(), names));
+    }
+    for (const CLI::App* from : {&app, &place})
+        for (const CLI::Option* option : from->get_options())
+            for (const std::string& name : option->get_lnames())
+                names.push_back("--" + name);
+    return fmt::format("no option '{}'{}", words.front(), DidYouMean(words.front(), names));
+}
+
+int UsageFailure(const CLI::App& app, const CLI::ParseError& error)
+{
+    WriteLine("tessadrin: " + Complaint(app, error));
+    WriteLine("`tessadrin --help` and `tessadrin COMMAND --help` tell what there is.");
+    return EXIT_USAGE;
+}
+
+int Run(int argc, char** argv)
+{
+    Program program;
+    CLI::App app("Media files as the pipeline sees them.", "tessadrin");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_version_flag("--version", VersionLines,
+                         "Print the versions of the program and of FFmpeg, and exit");
+    app.add_flag_function(
+        "-v,--verbose", [&program](int64_t count) { program.verbosity = static_cast<int>(count); },
+        "Say more: -v where and why something failed, and FFmpeg's errors; -vv its warnings; "
+        "-vvv information, and so on to -vvvvv");
+    app.add_flag("-q,--quiet", program.quiet, "No lines about failures and no progress: the exit code tells");
+    app.footer("Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong.");
+    AddProbe(app, program);
+    AddFormats(app, program);
+    AddCodecs(app, program);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return error.get_exit_code() == 0 ? app.exit(error) : UsageFailure(app, error);
+    }
+    StartLogging(argv[0], program.verbosity);
+    return program.command(program);
+}
+
+}  // namespace
+
+}  // namespace Quorva::Tool
+
+int main(int argc, char** argv)
+{
+    using namespace Quorva::Tool;
+    // Whoever started us may have had it ignored; `| head` is to end the program, not to make it complain.
+    std::signal(SIGPIPE, SIG_DFL);
+    UseUtf8();
+    try {
+        const int code = Run(argc, argv);
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+            return code;
+        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
+    } catch (const std::exception& e) {
+        WriteLine(std::string("tessadrin: ") + e.what());
+    }
+    return EXIT_SOME_FAILED;
+}

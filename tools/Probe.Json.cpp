@@ -1,0 +1,212 @@
+#include "tools/Probe.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
+#include "tools/support/Console.h"
+
+#include <fmt/format.h>
+
+namespace Quorva::Tool {
+
+namespace {
+
+/// A JSON string or, for an empty text, null.
+Json TextOrNull(const std::string& text) { return text.empty() ? Json() : Json(text); }
+
+Json MetadataJson(const Texts& metadata)
+{
+    Json json = Json::object();
+    for (const auto& [key, value] : metadata)
+        if (!json.contains(key))  // the first of several, as a look-up would find
+            json[key] = value;
+    return json;
+}
+
+Json CountJson(const PacketCount& count)
+{
+    return {
+        {"packets", count.packets},
+        {"bytes",   count.bytes  }
+    };
+}
+
+Json VideoJson(const VideoReport& video)
+{
+    Json json{
+        {"width",        video.width                    },
+        {"height",       video.height                   },
+        {"pixel_format", OrNull(video.pixelFormat)      },
+        {"pixel_aspect", RationalJson(video.pixelAspect)},
+        {"frame_rate",   RationalJson(video.frameRate)  }
+    };
+    Json color = Json::object();
+    const std::pair<const char*, const char*> rows[] = {
+        {"primaries", video.primaries},
+        {"transfer",  video.transfer },
+        {"matrix",    video.matrix   },
+        {"range",     video.range    }
+    };
+    for (const auto& [name, text] : rows)
+        if (text)
+            color[name] = text;
+    if (!color.empty())
+        json["color"] = color;
+    if (const auto& crop = video.crop)
+        json["crop"] = {
+            {"top",    crop->top   },
+            {"bottom", crop->bottom},
+            {"left",   crop->left  },
+            {"right",  crop->right }
+        };
+    if (video.rotation) {
+        json["rotation"] = *video.rotation;
+        json["mirrored"] = video.mirrored;
+    }
+    return json;
+}
+
+Json AudioJson(const AudioReport& audio)
+{
+    return {
+        {"sample_rate",   audio.sampleRate                                  },
+        {"channels",      audio.channels                                    },
+        {"layout",        TextOrNull(audio.layout)                          },
+        {"sample_format", audio.format ? Json(audio.format->name) : Json()  },
+        {"planar",        audio.format ? Json(audio.format->planar) : Json()},
+        {"bits",          audio.bits > 0 ? Json(audio.bits) : Json()        }
+    };
+}
+
+Json StreamJson(const StreamReport& stream, bool counted)
+{
+    const std::string kind = Proc::GetMediaTypeName(stream.kind);
+    Json json{
+        {"index",       stream.index                                },
+        {"kind",        kind.empty() ? "other" : kind               },
+        {"codec",
+         {{"id", TextOrNull(stream.codecID)},
+          {"ffmpeg", stream.codecName},
+          {"tag", TextOrNull(stream.tag)},
+          {"profile", OrNull(stream.profile)},
+          {"decoder", OrNull(stream.decoder)},
+          {"decoder_long_name", TextOrNull(stream.decoderLongName)}}},
+        {"time_base",   RationalJson(stream.timeBase)               },
+        {"start",       OrNull(stream.start)                        },
+        {"duration",    OrNull(stream.duration)                     },
+        {"bit_rate",    OrNull(stream.bitRate)                      },
+        {"frames",      OrNull(stream.frames)                       },
+        {"disposition", stream.disposition                          },
+        {"metadata",    MetadataJson(stream.metadata)               }
+    };
+    if (stream.video)
+        json["video"] = VideoJson(*stream.video);
+    if (stream.audio)
+        json["audio"] = AudioJson(*stream.audio);
+    if (counted)
+        json["count"] = CountJson(stream.count);
+    return json;
+}
+
+void AddContents(const FileReport& report, Json& json)
+{
+    json["duration"] = OrNull(report.duration);
+    json["start"] = OrNull(report.start);
+    json["bit_rate"] = OrNull(report.bitRate);
+    json["metadata"] = MetadataJson(report.metadata);
+    if (report.count)
+        json["count"] = CountJson(*report.count);
+    Json& streams = json["streams"] = Json::array();
+    for (const StreamReport& stream : report.streams)
+        streams.push_back(StreamJson(stream, report.count.has_value()));
+    Json& chapters = json["chapters"] = Json::array();
+    for (const ChapterReport& chapter : report.chapters)
+        chapters.push_back({
+            {"start",    OrNull(chapter.start)         },
+            {"end",      OrNull(chapter.end)           },
+            {"metadata", MetadataJson(chapter.metadata)}
+        });
+    json["warnings"] = report.warnings;
+}
+
+/// One document for the whole run, written as it comes: a line for each file, and for each packet.
+class JsonOutput final : public ProbeOutput {
+public:
+    explicit JsonOutput(bool details) : details(details) {}
+
+    void Begin() override
+    {
+        fmt::print("{{\"schema\":\"tessadrin/probe/1\",\n\"tool\":{},\n\"files\":[", JsonText(ToolJson()));
+    }
+
+    void BeginPackets(const FileReport& report) override
+    {
+        BeginFile(report);
+        fmt::print(",\"packets\":[");
+        separator = "\n";
+        inPackets = true;
+    }
+
+    void Packet(const PacketReport& packet) override
+    {
+        fmt::print("{}{}", std::exchange(separator, ",\n"),
+                   JsonText({
+                       {"stream",   packet.stream          },
+                       {"pts",      OrNull(packet.pts)     },
+                       {"dts",      OrNull(packet.dts)     },
+                       {"duration", OrNull(packet.duration)},
+                       {"size",     packet.size            },
+                       {"position", OrNull(packet.position)},
+                       {"key",      packet.key             },
+                       {"corrupt",  packet.corrupt         },
+                       {"discard",  packet.discard         }
+        }));
+    }
+
+    void File(const FileReport& report) override
+    {
+        if (std::exchange(inPackets, false))
+            fmt::print("]");
+        else
+            BeginFile(report);
+        Json json = Json::object();
+        if (report.detected) {
+            json["size"] = report.size;
+            json["format"] = {
+                {"detected",       report.result.format        },
+                {"score",          report.result.score         },
+                {"implementation", report.result.implementation}
+            };
+        }
+        if (report.opened) {
+            json["format"]["container"] = report.container;
+            json["format"]["demuxer"] = report.demuxer;
+            json["format"]["single_image"] = report.singleImage;
+            AddContents(report, json);
+        }
+        if (report.failure)
+            json["error"] = FailureJson(*report.failure, details);
+        fmt::print(",{}", JsonText(json).substr(1));  // continues the object that BeginFile() began
+    }
+
+    void End() override
+    {
+        MakeWayForOutput();
+        fmt::print("\n]}}\n");
+    }
+
+private:
+    void BeginFile(const FileReport& report)
+    {
+        MakeWayForOutput();
+        fmt::print("{}{{\"path\":{}", std::exchange(fileSeparator, ",\n"), JsonText(report.path));
+    }
+
+    const bool details;
+    bool inPackets = false;
+    const char* separator = "";
+    const char* fileSeparator = "\n";
+};
+
+}  // namespace
+
+std::unique_ptr<ProbeOutput> MakeJsonOutput(bool details) { return std::make_unique<JsonOutput>(details); }
+
+}  // namespace Quorva::Tool

@@ -1,0 +1,177 @@
+#include "tools/support/Failure.h"
+
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "host/FoundationIO.h"
+#include "tools/support/Console.h"
+
+#include <fmt/format.h>
+#include <boost/core/demangle.hpp>
+#include <boost/exception/get_error_info.hpp>
+
+#include <new>
+#include <sstream>
+#include <system_error>
+#include <typeinfo>
+
+namespace Quorva::Tool {
+
+namespace {
+
+/// The class that was thrown, without the wrapper that boost::throw_exception puts around it.
+std::string ClassName(const std::exception& e)
+{
+    std::string name = boost::core::demangle(typeid(e).name());
+    const std::string_view wrapper = "boost::wrapexcept<";
+    if (name.starts_with(wrapper) && name.ends_with('>'))
+        name = name.substr(wrapper.size(), name.size() - wrapper.size() - 1);
+    return name;
+}
+
+FailureKind KindOf(const std::exception& e)
+{
+    if (const FailureKind* kind = boost::get_error_info<TagFailureKind>(e))
+        return *kind;
+    if (dynamic_cast<const Core::MemoryException*>(&e) || dynamic_cast<const std::bad_alloc*>(&e))
+        return FailureKind::NoMemory;
+    if (dynamic_cast<const Core::IOException*>(&e))
+        return FailureKind::Unreadable;
+    return FailureKind::Internal;
+}
+
+FailureKind KindOf(int result)
+{
+    switch (result) {
+        case AVERROR(ENOMEM):
+            return FailureKind::NoMemory;
+        case AVERROR(ENOSYS):
+        case AVERROR_PATCHWELCOME:
+        case AVERROR_PROTOCOL_NOT_FOUND:
+            return FailureKind::Unsupported;
+        default:
+            return FailureKind::InvalidData;
+    }
+}
+
+/// `text` without " 'PATH'": the path stands in front of the message already.
+std::string WithoutPath(std::string text, const std::string& path)
+{
+    const std::string quoted = " '" + path + "'";
+    if (const size_t place = text.find(quoted); place != std::string::npos && !path.empty())
+        text.erase(place, quoted.size());
+    return text;
+}
+
+std::vector<std::string> LinesOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+}  // namespace
+
+std::string_view FailureKindName(FailureKind kind)
+{
+    switch (kind) {
+        case FailureKind::NotFound:
+            return "not-found";
+        case FailureKind::Unreadable:
+            return "unreadable";
+        case FailureKind::UnknownFormat:
+            return "unknown-format";
+        case FailureKind::Unsupported:
+            return "unsupported";
+        case FailureKind::InvalidData:
+            return "invalid-data";
+        case FailureKind::NoMemory:
+            return "no-memory";
+        case FailureKind::Internal:
+            break;
+    }
+    return "internal";
+}
+
+Failure CurrentFailure(const std::string& path)
+{
+    Failure failure;
+    try {
+        throw;
+    } catch (const std::exception& e) {
+        const std::string* description = boost::get_error_info<TagDescription>(e);
+        failure.kind = KindOf(e);
+        failure.description = description ? *description : e.what();
+        failure.exception = ClassName(e);
+        if (const int* result = boost::get_error_info<TagFFmpegResult>(e))
+            failure.ffmpegResult = *result;
+        if (const boost::source_location where = boost::get_throw_location(e); where.line() > 0) {
+            failure.file = where.file_name();
+            failure.line = where.line();
+            failure.function = where.function_name();
+        }
+        if (const std::string* stack = boost::get_error_info<TagCallStack>(e))
+            failure.callStack = LinesOf(*stack);
+    } catch (...) {
+        failure.description = "an exception of no known class";
+    }
+    failure.message = WithoutPath(failure.description, path);
+    return failure;
+}
+
+std::string FFmpegReason(int result)
+{
+    // The library has texts for FFmpeg's own codes and frames all others with their number. The system's
+    // error numbers have better names; but -1 is what demuxers return for want of a reason.
+    std::string text = Proc::GetErrorDescriptionFFMPEG(result);
+    if (result == -1)
+        return "no reason given";
+    if (result < 0 && result > -4096 && text.ends_with(fmt::format("({})", result)))
+        return std::system_category().message(AVUNERROR(result));
+    return text;
+}
+
+void ThrowFFmpegFailure(const std::string& what, int result)
+{
+    Proc::Details::Raise(Proc::ProcException() << TagDescription(what + ": " + FFmpegReason(result))
+                                               << TagFailureKind(KindOf(result)) << TagFFmpegResult(result));
+}
+
+void PrintFailure(const std::string& path, const Failure& failure, bool details)
+{
+    WriteLine(path + ": " + failure.message);
+    if (!details)
+        return;
+    if (!failure.file.empty())
+        WriteLine(fmt::format("  {} from {}, {}:{}", failure.exception, failure.function, failure.file,
+                              failure.line));
+    else if (!failure.exception.empty())
+        WriteLine("  " + failure.exception);
+    for (const std::string& call : failure.callStack)
+        WriteLine("  " + call);
+}
+
+Json FailureJson(const Failure& failure, bool details)
+{
+    Json json{
+        {"kind",    FailureKindName(failure.kind)},
+        {"message", failure.message              }
+    };
+    if (failure.description != failure.message)
+        json["description"] = failure.description;
+    if (!failure.exception.empty())
+        json["exception"] = failure.exception;
+    if (failure.ffmpegResult)
+        json["ffmpeg_error"] = *failure.ffmpegResult;
+    if (details && !failure.file.empty())
+        json["where"] = {
+            {"file",     failure.file    },
+            {"line",     failure.line    },
+            {"function", failure.function}
+        };
+    if (details && !failure.callStack.empty())
+        json["call_stack"] = failure.callStack;
+    return json;
+}
+
+}  // namespace Quorva::Tool

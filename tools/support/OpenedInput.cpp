@@ -1,0 +1,247 @@
+#include "tools/support/OpenedInput.h"
+
+#include "Proc/Wrappers/Tessadrin/InputFormat.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/support/Failure.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace Quorva::Tool {
+
+namespace {
+
+constexpr size_t IO_BUFFER = 256 * 1024;
+
+/// The one demuxer that opens files by name and still reads from a given stream, when told the right name.
+constexpr std::string_view NAMED_IMAGES = "image2";
+
+class Dictionary {
+public:
+    Dictionary() = default;
+    Dictionary(const Dictionary&) = delete;
+    Dictionary& operator=(const Dictionary&) = delete;
+    ~Dictionary() { av_dict_free(&entries); }
+    AVDictionary** operator&() noexcept { return &entries; }
+
+private:
+    AVDictionary* entries = nullptr;
+};
+
+[[noreturn]] void ThrowUnknownFormat(const std::string& reason)
+{
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(fmt::format("not a known media format ({})", reason))
+                         << TagFailureKind(FailureKind::UnknownFormat));
+}
+
+[[noreturn]] void ThrowUnsupported(const std::string& format)
+{
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(fmt::format("recognised as {}, which is not read here", format))
+                         << TagFailureKind(FailureKind::Unsupported));
+}
+
+[[noreturn]] void ThrowNoMemory(const char* what, uint64_t size)
+{
+    Proc::Details::Raise(Core::MemoryException(fmt::format("Unable to allocate memory for {}", what), size));
+}
+
+[[noreturn]] void ThrowEndless(uint64_t packets)
+{
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(
+                                fmt::format("gave up after {} packets, more than it has bytes", packets))
+                         << TagFailureKind(FailureKind::InvalidData));
+}
+
+boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
+{
+    try {
+        return Core::DataInputFile::Create(ioPath(path));
+    } catch (Core::IOException& e) {
+        std::error_code error;
+        const bool found = std::filesystem::exists(path, error) || error;
+        e << TagFailureKind(found ? FailureKind::Unreadable : FailureKind::NotFound);
+        throw;
+    }
+}
+
+/// The local path that `url` stands for; empty for a protocol.
+std::string_view LocalPath(std::string_view url)
+{
+    if (url.starts_with("file:"))
+        return url.substr(5);
+    return url.substr(0, url.find('/')).find(':') == std::string_view::npos ? url : std::string_view();
+}
+
+}  // namespace
+
+DetectedInput DetectInput(const std::string& path)
+{
+    DetectedInput input{path, OpenStream(path), 0, {}};
+    input.size = input.stream->GetSize();
+    const auto probe = Proc::MovieProbe::Create(input.stream, PROBE_SIZE);
+    if (probe->size == 0)
+        ThrowUnknownFormat("the file is empty");
+    try {
+        Proc::DetectFileInputFormat(*probe, input.result);
+    } catch (Proc::ProcException& e) {  // FFmpeg knows a demuxer for it that the pipeline doesn't
+        e << TagDescription("not a known media format (FFmpeg's demuxer for it is not in the catalogue)")
+          << TagFailureKind(FailureKind::UnknownFormat);
+        throw;
+    }
+    if (input.result.format.empty())
+        ThrowUnknownFormat(fmt::format("first {} bytes match nothing", probe->size));
+    return input;
+}
+
+/// One host stream and FFmpeg's view of it.
+struct OpenedInput::Source {
+    OpenedInput* owner = nullptr;
+    boost::intrusive_ptr<Core::IDataInput> stream;
+    AVIOContext* io = nullptr;  ///< owned, and its buffer
+};
+
+void OpenedInput::FreeSource::operator()(Source* source) const noexcept
+{
+    if (source->io)
+        av_freep(&source->io->buffer);  // FFmpeg may have replaced the one it was given
+    avio_context_free(&source->io);
+    delete source;
+}
+
+OpenedInput::SourcePointer OpenedInput::MakeSource(boost::intrusive_ptr<Core::IDataInput> stream)
+{
+    SourcePointer source(new Source{this, std::move(stream), nullptr});
+    source->stream->MoveTo(0);
+    bytes += source->stream->GetSize();
+    auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
+    if (!buffer)
+        ThrowNoMemory("the input buffer", IO_BUFFER);
+    source->io = avio_alloc_context(buffer, IO_BUFFER, 0, source.get(), Read, nullptr, Seek);
+    if (!source->io) {
+        av_free(buffer);
+        ThrowNoMemory("the input context", sizeof(AVIOContext));
+    }
+    return source;
+}
+
+int OpenedInput::Read(void* opaque, uint8_t* buffer, int size)
+{
+    Source& source = *static_cast<Source*>(opaque);
+    try {
+        return Proc::FFReadCallback(source.stream.get(), buffer, size);
+    } catch (...) {
+        if (!source.owner->failure)
+            source.owner->failure = std::current_exception();
+        return AVERROR(EIO);
+    }
+}
+
+int64_t OpenedInput::Seek(void* opaque, int64_t offset, int whence)
+{
+    Source& source = *static_cast<Source*>(opaque);
+    try {
+        return Proc::FFSeekRCallback(source.stream.get(), offset, whence);
+    } catch (...) {
+        if (!source.owner->failure)
+            source.owner->failure = std::current_exception();
+        return AVERROR(EIO);
+    }
+}
+
+int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
+                             AVDictionary**)
+{
+    const std::string path(LocalPath(url));
+    if (path.empty())
+        return AVERROR_PROTOCOL_NOT_FOUND;
+    if (flags & AVIO_FLAG_WRITE)
+        return AVERROR(EACCES);
+    try {
+        *io = static_cast<OpenedInput*>(context->opaque)->MakeSource(OpenStream(path)).release()->io;
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return AVERROR(ENOMEM);
+    } catch (const Core::MemoryException&) {
+        return AVERROR(ENOMEM);
+    } catch (...) {  // a piece that is missing is not a fault of the file that names it
+        return AVERROR(ENOENT);
+    }
+}
+
+int OpenedInput::CloseFurther(AVFormatContext*, AVIOContext* io)
+{
+    if (io)
+        FreeSource()(static_cast<Source*>(io->opaque));
+    return 0;
+}
+
+OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.stream))
+{
+    const auto& supported = Proc::GetFFMPEGSupportedInputFormats();
+    const auto found = supported.find(input.result.format);
+    if (found == supported.end())
+        ThrowUnsupported(input.result.format);
+    const AVInputFormat* demuxer = found->second;
+    if (demuxer->flags & AVFMT_NOFILE && demuxer->name != NAMED_IMAGES)
+        ThrowUnsupported(input.result.format);
+
+    AVFormatContext* fresh = avformat_alloc_context();
+    if (!fresh)
+        ThrowNoMemory("the format context", sizeof(AVFormatContext));
+    fresh->pb = file->io;
+    fresh->opaque = this;
+    fresh->io_open = OpenFurther;
+    fresh->io_close2 = CloseFurther;
+    Dictionary options;
+    // Some demuxers open further files on their own, past io_open: no protocol is called that.
+    Proc::PutMetadata(&options, "protocol_whitelist", "none");
+    if (demuxer->name == NAMED_IMAGES)
+        Proc::PutMetadata(&options, "pattern_type", "none");  // a '%' or '*' in a name is just that
+    // The name lets recognisers look at the file again and playlists find their pieces.
+    const int opened = avformat_open_input(&fresh, input.path.c_str(), demuxer, &options);
+    context.reset(fresh);  // null when that failed
+    if (opened < 0) {
+        CheckStreams();
+        ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
+    }
+    // A failure leaves the streams less well described, not unreadable.
+    if (const int informed = avformat_find_stream_info(context.get(), nullptr); informed < 0)
+        streamsWarning = "stream information is incomplete: " + FFmpegReason(informed);
+}
+
+OpenedInput::~OpenedInput() = default;
+
+void OpenedInput::CheckStreams() const
+{
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+bool OpenedInput::ReadPacket(AVPacket* packet)
+{
+    const int result = Proc::av_read_frame_fixed(context.get(), packet);
+    if (result >= 0) {
+        // Every packet stands for at least one byte of the input; the allowance is for tiny ones.
+        if (++packets > bytes + 1024)
+            ThrowEndless(packets);
+        return true;
+    }
+    CheckStreams();
+    if (result != AVERROR_EOF)
+        ThrowFFmpegFailure(fmt::format("reading stopped after {} packet{}", packets, packets == 1 ? "" : "s"),
+                           result);
+    return false;
+}
+
+}  // namespace Quorva::Tool

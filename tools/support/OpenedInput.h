@@ -1,0 +1,84 @@
+/// @file
+/// Media files opened for reading, by FFmpeg over host streams.
+#pragma once
+
+#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "host/FoundationIO.h"
+#include "host/ProcessingSupport.h"
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+
+namespace Quorva::Tool {
+
+/// A file whose format is known.
+struct DetectedInput {
+    std::string path;
+    boost::intrusive_ptr<Core::IDataInput> stream;
+    uint64_t size = 0;  ///< bytes
+    Proc::ProbeResult result;
+};
+
+/// Bytes that detection looks at. MPEG-TS, AC-3 or H.264 need thousands to be told from anything else.
+inline constexpr uint64_t PROBE_SIZE = 65536;
+
+/// Opens the file at `path` and detects its format by its name and its first PROBE_SIZE bytes.
+/// @throws Quorva::Exception  with TagFailureKind: no such file, unreadable, empty, or of no known format.
+DetectedInput DetectInput(const std::string& path);
+
+/// A demuxer at work on a file. One thread at a time.
+///
+/// FFmpeg opens nothing by itself: the file, and further ones that it names (the pieces of a playlist), are
+/// host streams, and every protocol is refused. What a stream throws doesn't cross FFmpeg: it is kept, FFmpeg
+/// learns of an input error and may read on elsewhere, and the exception comes out of ReadPacket() at the
+/// end, or of CheckStreams().
+class OpenedInput {
+public:
+    /// Opens the file and finds out about its streams.
+    /// @throws Quorva::Exception  with TagFailureKind: a format that isn't read, damage, a stream's own.
+    explicit OpenedInput(const DetectedInput& input);
+    OpenedInput(const OpenedInput&) = delete;
+    OpenedInput& operator=(const OpenedInput&) = delete;
+    ~OpenedInput();
+
+    AVFormatContext* Get() const noexcept { return context.get(); }
+    AVFormatContext* operator->() const noexcept { return context.get(); }
+    /// Why not everything about the streams could be found out; empty when it could.
+    const std::string& GetStreamsWarning() const noexcept { return streamsWarning; }
+
+    /// Reads the next packet of any stream into `packet`, which must be empty.
+    /// @return false at the end, `packet` is empty then.
+    /// @throws Quorva::Exception  reading stopped before the end, or a stream failed on the way there.
+    bool ReadPacket(AVPacket* packet);
+
+    /// @throws  what a stream threw first, if any did.
+    void CheckStreams() const;
+
+private:
+    struct Source;
+    struct CloseContext {
+        void operator()(AVFormatContext* context) const noexcept { avformat_close_input(&context); }
+    };
+    struct FreeSource {
+        void operator()(Source* source) const noexcept;
+    };
+    using SourcePointer = std::unique_ptr<Source, FreeSource>;
+
+    static int Read(void* opaque, uint8_t* buffer, int size);
+    static int64_t Seek(void* opaque, int64_t offset, int whence);
+    static int OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
+                           AVDictionary** options);
+    static int CloseFurther(AVFormatContext* context, AVIOContext* io);
+    SourcePointer MakeSource(boost::intrusive_ptr<Core::IDataInput> stream);
+
+    std::exception_ptr failure;  ///< the first that a stream threw
+    uint64_t bytes = 0;          ///< of all streams opened so far
+    uint64_t packets = 0;        ///< read so far
+    std::string streamsWarning;
+    SourcePointer file;
+    std::unique_ptr<AVFormatContext, CloseContext> context;
+};
+
+}  // namespace Quorva::Tool
