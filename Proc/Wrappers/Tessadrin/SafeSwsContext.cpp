@@ -104,7 +104,7 @@ void ReplaceTables(SwsContext* context, const int* source, const int* target)
     int* oldSource = nullptr;
     int* oldTarget = nullptr;
     int sourceRange = 0, targetRange = 0, brightness = 0, contrast = 0, saturation = 0;
-    // Neither result is examined: both refuse only conversions without YUV, which have no tables to replace.
+    // Neither result is examined: a conversion that refuses has no tables to replace, and works without.
     sws_getColorspaceDetails(context, &oldSource, &sourceRange, &oldTarget, &targetRange, &brightness,
                              &contrast, &saturation);
     sws_setColorspaceDetails(context, source, sourceRange, target, targetRange, brightness, contrast,
