@@ -77,9 +77,7 @@ TEST(VideoData, SharesOrTakesOver)
 TEST(VideoData, Refusals)
 {
     EXPECT_THROW(VideoData({0, 17}, PixFmt::NV12), FormatException);
-    EXPECT_EQ(FailureOf<FormatException>([] {
-                  VideoData({1, 1}, PixFmt::NONE);
-              }),
+    EXPECT_EQ(FailureOf<FormatException>([] { VideoData({1, 1}, PixFmt::NONE); }),
               (Failure{"No picture of pixel format -1 with 1 x 1 pixels", "VideoData", "Media"}));
     const FramePtr empty(av_frame_alloc());
     EXPECT_EQ(FailureOf<FormatException>([&] { VideoData{*empty}; }).description, "The frame holds nothing");

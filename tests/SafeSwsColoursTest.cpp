@@ -67,7 +67,7 @@ SwsCtxParams Conversion(AVPixelFormat from, YCbCrMatrix fromMatrix, AVPixelForma
                         int size = 16)
 {
     return {
-        {size,  size, from, fromMatrix},
+        {size, size, from, fromMatrix},
         {size, size, to, toMatrix},
         accurate, {}
     };
