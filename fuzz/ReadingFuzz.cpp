@@ -14,8 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     av_log_set_level(AV_LOG_QUIET);
     const auto input = Core::DataInputMemory::Create({data, data + size});
     AVFormatContext* context = avformat_alloc_context();
-    AVIOContext* io = avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0, input.get(),
-                                         Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback);
+    AVIOContext* io = avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0,
+                                         input.get(), Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback);
     context->pb = io;
     if (avformat_open_input(&context, nullptr, nullptr, nullptr) == 0) {
         try {

@@ -325,7 +325,7 @@ protected:
 };
 
 /// Names of file formats.
-struct QUORVA_HOST_API IFormatFile {
+struct QUORVA_HOST_API IFormatFile{
 #define FORMAT(name, text) static const std::string FORMAT_##name;
 #include "host/Rows/Formats.inc"
 #undef FORMAT

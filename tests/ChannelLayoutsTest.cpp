@@ -2,7 +2,6 @@
 
 #include "tests/support/Failure.h"
 
-#include <map>
 #include <set>
 #include <string>
 
@@ -55,7 +54,6 @@ TEST(ChannelLayout, NoneIsNoLayout)
     const AVChannelLayout none = AVChannelLayoutFromQuorva(ChannelLayout::None);
     EXPECT_TRUE(IsZeroed(&none));
     EXPECT_EQ(none.u.mask, 0u);
-    EXPECT_EQ(none.opaque, nullptr);
     EXPECT_EQ(AVChannelLayoutMaskFromQuorva(ChannelLayout::None), 0u);
     EXPECT_TRUE(IsSupportedAVChannelLayoutMask(0));
     EXPECT_EQ(QuorvaFromAVChannelLayoutMask(0), ChannelLayout::None);
@@ -75,26 +73,17 @@ TEST(ChannelLayout, OthersOfFFmpegsLayoutsAreRefused)
     EXPECT_THAT(others, testing::SizeIs(9));
     EXPECT_THAT(others, testing::IsSupersetOf({"3.1.2", "22.2"}));
 
-    for (int bit = 0; bit < 64; ++bit) {  // one channel alone, or one more than stereo has
-        const uint64_t mask = uint64_t{1} << bit;
-        EXPECT_EQ(IsSupportedAVChannelLayoutMask(mask), mask == AV_CH_FRONT_CENTER) << bit;
-        EXPECT_EQ(IsSupportedAVChannelLayoutMask(AV_CH_LAYOUT_STEREO | mask),
-                  (std::set{AV_CHAN_FRONT_LEFT, AV_CHAN_FRONT_RIGHT, AV_CHAN_FRONT_CENTER,
-                            AV_CHAN_LOW_FREQUENCY, AV_CHAN_BACK_CENTER}
-                       .contains(static_cast<AVChannel>(bit))))
-            << bit;
-    }
+    for (int bit = 0; bit < 64; ++bit)  // nothing is approximated
+        EXPECT_EQ(IsSupportedAVChannelLayoutMask(uint64_t{1} << bit), bit == AV_CHAN_FRONT_CENTER) << bit;
     EXPECT_EQ(LogicFailureOf([] { QuorvaFromAVChannelLayoutMask(1); }), refused);
 }
 
 TEST(ChannelLayout, NumbersOutsideTheEnumerationAreRefused)
 {
     for (const int number : {-1, layoutCount})
-        for (const auto& convert : {+[](ChannelLayout layout) { AVChannelLayoutMaskFromQuorva(layout); },
-                                    +[](ChannelLayout layout) { AVChannelLayoutFromQuorva(layout); }})
-            EXPECT_EQ(LogicFailureOf([&] { convert(static_cast<ChannelLayout>(number)); }),
-                      (Failure{"undefined convertion from ChannelLayout", "AVChannelLayoutMaskFromQuorva",
-                               "ChannelLayoutsConvertion"}));
+        EXPECT_EQ(LogicFailureOf([&] { AVChannelLayoutFromQuorva(static_cast<ChannelLayout>(number)); }),
+                  (Failure{"undefined convertion from ChannelLayout", "AVChannelLayoutMaskFromQuorva",
+                           "ChannelLayoutsConvertion"}));
 }
 
 TEST(DefaultAVChannelLayout, IsFFmpegsDefaultOrNone)
@@ -127,12 +116,7 @@ TEST(QuorvaFromAVChannelLayout, OnlyTheCountMattersInOtherOrders)
 
 TEST(ChannelLayout, Predicates)
 {
-    const auto native = [](uint64_t mask) {
-        AVChannelLayout layout = {};
-        EXPECT_EQ(av_channel_layout_from_mask(&layout, mask), 0);
-        return layout;
-    };
-    AVChannelLayout contradictory = native(AV_CH_LAYOUT_STEREO);
+    AVChannelLayout contradictory = AV_CHANNEL_LAYOUT_STEREO;
     contradictory.nb_channels = 3;
     // clang-format off
     const struct {
@@ -140,15 +124,13 @@ TEST(ChannelLayout, Predicates)
         AVChannelLayout layout;
         bool valid, zeroed;
     } rows[] = {
-        {"nothing",                     AVChannelLayout(),                               false, true },
-        {"stereo",                      native(AV_CH_LAYOUT_STEREO),                     true,  false},
-        {"eight channels",              native(AV_CH_LAYOUT_7POINT1),                    true,  false},
-        {"sixteen channels",            native(AV_CH_LAYOUT_HEXADECAGONAL),              false, false},
-        {"eight of unspecified order",  Unordered(AV_CHANNEL_ORDER_UNSPEC, 8),           true,  false},
-        {"nine of unspecified order",   Unordered(AV_CHANNEL_ORDER_UNSPEC, 9),           false, false},
-        {"native without a mask",       Unordered(AV_CHANNEL_ORDER_NATIVE, 0),           false, false},
-        {"a count that isn't the mask", contradictory,                                   false, false},
-        {"a negative count",            Unordered(AV_CHANNEL_ORDER_UNSPEC, -1),          false, false},
+        {"nothing",                     AVChannelLayout(),                      false, true },
+        {"eight channels",              AV_CHANNEL_LAYOUT_7POINT1,              true,  false},
+        {"sixteen channels",            AV_CHANNEL_LAYOUT_HEXADECAGONAL,        false, false},
+        {"eight of unspecified order",  Unordered(AV_CHANNEL_ORDER_UNSPEC, 8),  true,  false},
+        {"nine of unspecified order",   Unordered(AV_CHANNEL_ORDER_UNSPEC, 9),  false, false},
+        {"native without channels",     Unordered(AV_CHANNEL_ORDER_NATIVE, 0),  false, false},
+        {"a count that isn't the mask", contradictory,                          false, false},
     };
     // clang-format on
     for (const auto& row : rows) {
@@ -158,9 +140,9 @@ TEST(ChannelLayout, Predicates)
     }
     EXPECT_TRUE(IsZeroed(nullptr));
 
-    EXPECT_TRUE(IsEqual(native(AV_CH_LAYOUT_STEREO), native(AV_CH_LAYOUT_STEREO_DOWNMIX)));
-    EXPECT_FALSE(IsEqual(native(AV_CH_LAYOUT_STEREO), native(AV_CH_LAYOUT_MONO)));
-    EXPECT_FALSE(IsEqual(native(AV_CH_LAYOUT_STEREO), Unordered(AV_CHANNEL_ORDER_UNSPEC, 2)));
+    EXPECT_TRUE(IsEqual(AV_CHANNEL_LAYOUT_STEREO, AV_CHANNEL_LAYOUT_STEREO_DOWNMIX));
+    EXPECT_FALSE(IsEqual(AV_CHANNEL_LAYOUT_STEREO, AV_CHANNEL_LAYOUT_MONO));
+    EXPECT_FALSE(IsEqual(AV_CHANNEL_LAYOUT_STEREO, Unordered(AV_CHANNEL_ORDER_UNSPEC, 2)));
 }
 
 TEST(SampleFormats, AreFFmpegsOfTheSameNameAndSize)

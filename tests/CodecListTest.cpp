@@ -51,8 +51,8 @@ TEST(CodecList, MissesNameWhatWasAskedFor)
               (Failure{"Provided codec id (196) is not found in list", "AVCodecIDToTextID", "CodecList"}));
     for (const std::string text : {"H264", "", "{}", "iff_byterun1"})
         EXPECT_EQ(FailureOf<FormatException>([&] { CodecIDFromTextID(text); }),
-                  (Failure{"Provided codec textID (" + text + ") is not found in list",
-                           "AVCodecIDFromTextID", "CodecList"}));
+                  (Failure{"Provided codec textID (" + text + ") is not found in list", "AVCodecIDFromTextID",
+                           "CodecList"}));
 }
 
 // FFmpeg's own descriptors are the other opinion: the kind of every listed codec, and its name, which the

@@ -227,8 +227,7 @@ TEST_P(Containers, AreDetectedAndReadToTheEnd)
 std::string NameOf(const testing::TestParamInfo<Media::MediaRow>& row)
 {
     std::string name = row.param.file;
-    std::ranges::replace_if(
-        name, [](unsigned char c) { return !std::isalnum(c); }, '_');
+    std::ranges::replace_if(name, [](unsigned char c) { return !std::isalnum(c); }, '_');
     return name;
 }
 

@@ -387,6 +387,10 @@ TEST(ReadFrameFixed, WaitsTwentyTimesForMore)
             EXPECT_LE(input.failures, 22) << "one may have come with the last packet";
         }
     }
+    Demuxing patient(Sound());
+    patient.Drain({At(Sound(), 0.3), At(Sound(), 0.3) + 1, AVERROR(EAGAIN), always}, av_read_frame_fixed);
+    EXPECT_EQ(patient.last, AVERROR_EOF);
+    EXPECT_GT(patient.failures, 20 * 20) << "each skip is followed by as many attempts";
 }
 
 TEST(ReadFrameFixed, WhatAStreamThrowsReachesTheCaller)

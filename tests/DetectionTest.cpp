@@ -198,7 +198,7 @@ TEST(DetectFileInputFormat, ADemuxerThatThePipelineDoesNotKnowIsAnError)
         std::string bytes;
     } rows[] = {
         {"libgme", "\x1f\x8b\x08\0\0\0\0\0\0\3"s + std::string(30, 'x')},
-        {"dash",        "<?xml version=\"1.0\"?>\n<MPD profiles=\"urn:mpeg:dash:profile:isoff-live:2011\">\n"                                                },
+        {"dash", "<?xml version=\"1.0\"?>\n<MPD profiles=\"urn:mpeg:dash:profile:isoff-live:2011\">\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.demuxer);

@@ -54,11 +54,11 @@ TEST(GetErrorDescriptionFFMPEG, OwnTextsComeBeforeTheRuntimes)
     EXPECT_EQ(GetErrorDescriptionFFMPEG(-22), "Invalid parameters");
     // FFmpeg words most of these codes the same; the few that differ are ours.
     const int ours[] = {AVERROR_BUG, AVERROR_BUG2, AVERROR_EXIT, AVERROR(ENOMEM), AVERROR(EINVAL)};
-    for (const int code : {AVERROR_BSF_NOT_FOUND, AVERROR_BUFFER_TOO_SMALL, AVERROR_DECODER_NOT_FOUND,
-                           AVERROR_DEMUXER_NOT_FOUND, AVERROR_ENCODER_NOT_FOUND, AVERROR_EXTERNAL,
-                           AVERROR_FILTER_NOT_FOUND, AVERROR_INVALIDDATA, AVERROR_MUXER_NOT_FOUND,
-                           AVERROR_OPTION_NOT_FOUND, AVERROR_PATCHWELCOME, AVERROR_PROTOCOL_NOT_FOUND,
-                           AVERROR_STREAM_NOT_FOUND, AVERROR_UNKNOWN}) {
+    for (const int code :
+         {AVERROR_BSF_NOT_FOUND, AVERROR_BUFFER_TOO_SMALL, AVERROR_DECODER_NOT_FOUND,
+          AVERROR_DEMUXER_NOT_FOUND, AVERROR_ENCODER_NOT_FOUND, AVERROR_EXTERNAL, AVERROR_FILTER_NOT_FOUND,
+          AVERROR_INVALIDDATA, AVERROR_MUXER_NOT_FOUND, AVERROR_OPTION_NOT_FOUND, AVERROR_PATCHWELCOME,
+          AVERROR_PROTOCOL_NOT_FOUND, AVERROR_STREAM_NOT_FOUND, AVERROR_UNKNOWN}) {
         char text[AV_ERROR_MAX_STRING_SIZE];
         EXPECT_EQ(GetErrorDescriptionFFMPEG(code), av_make_error_string(text, sizeof text, code));
     }
@@ -68,7 +68,8 @@ TEST(GetErrorDescriptionFFMPEG, OwnTextsComeBeforeTheRuntimes)
 
 TEST(GetErrorDescriptionFFMPEG, OtherCodesAreFramedWithTheirNumber)
 {
-    for (const int code : {AVERROR_EXPERIMENTAL, AVERROR_INPUT_CHANGED, AVERROR(EAGAIN), 0, 2, INT_MIN, INT_MAX})
+    for (const int code :
+         {AVERROR_EXPERIMENTAL, AVERROR_INPUT_CHANGED, AVERROR(EAGAIN), 0, 2, INT_MIN, INT_MAX})
         EXPECT_THAT(GetErrorDescriptionFFMPEG(code), EndsWith(" (" + std::to_string(code) + ")"));
     EXPECT_EQ(GetErrorDescriptionFFMPEG(2), "No such file or directory (2)") << "the number keeps its sign";
 }
@@ -76,7 +77,8 @@ TEST(GetErrorDescriptionFFMPEG, OtherCodesAreFramedWithTheirNumber)
 TEST(Raise, KeepsTagsAttachedBefore)
 {
     try {
-        Details::Raise(EncoderException() << TagDescription("Can't find encoder by ID") << TagCodecID("h264"));
+        Details::Raise(EncoderException()
+                       << TagDescription("Can't find encoder by ID") << TagCodecID("h264"));
     } catch (const EncoderException& e) {
         EXPECT_EQ(*boost::get_error_info<TagCodecID>(e), "h264");
         EXPECT_STREQ(e.what(), "Can't find encoder by ID");

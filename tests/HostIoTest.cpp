@@ -199,7 +199,7 @@ TEST(Paths, KnowTheirExtension)
         {"ends.",            ""          },
         {"..",               ""          },
         {"",                 ""          },
-        {"ä.ÖGG",          "\xC3\x96gg"},
+        {"ä.ÖGG",            "\xC3\x96gg"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(ioPath(row.path).GetExtension(), row.extension) << row.path;

@@ -2,6 +2,7 @@
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "host/Media.h"
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 
 #include <climits>
@@ -220,9 +221,8 @@ TEST(SafeSwrContext, RefusedDescriptionsAreQuoted)
     EXPECT_EQ(LogicFailureOf([&] { context.Init(s16, unheard); }).function, "AVChannelLayoutMaskFromQuorva");
     EXPECT_EQ(context.Convert(Tone(slow, 0, 100), Room(fast, 1000), 1000), 0) << "still what it was";
 
-    av_max_alloc(1);
+    const AllocationLimit scarce(1);
     const Failure starved = FailureOf<FilterException>([] { SafeSwrContext(s16, s16); });
-    av_max_alloc(INT_MAX);
     EXPECT_THAT(starved.description,
                 testing::StartsWith("Cannot create sample rate converter (AVERROR = -12)."));
 }

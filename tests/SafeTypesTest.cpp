@@ -1,9 +1,9 @@
 #include "Proc/Wrappers/Tessadrin/SafeTypes.h"
 
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 
 #include <algorithm>
-#include <climits>
 #include <memory>
 #include <set>
 #include <type_traits>
@@ -245,10 +245,9 @@ TEST(SafeCodecContext, FlushMakesADrainedDecoderTakeMore)
 
 TEST(SafeCodecContext, WithoutMemory)
 {
-    av_max_alloc(1);
-    const Failure failure = FailureOf<ParserException>([] { SafeCodecContext{nullptr}; });
-    av_max_alloc(INT_MAX);
-    EXPECT_EQ(failure, (Failure{"Can't create codec context", "SafeCodecContext", "SafeTypes"}));
+    const AllocationLimit scarce(1);
+    EXPECT_EQ(FailureOf<ParserException>([] { SafeCodecContext{nullptr}; }),
+              (Failure{"Can't create codec context", "SafeCodecContext", "SafeTypes"}));
 }
 
 }  // namespace

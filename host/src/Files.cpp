@@ -72,7 +72,7 @@ public:
         do
             descriptor = ::open(this->path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
         while (descriptor < 0 && errno == EINTR);
-        struct stat status {};
+        struct stat status{};
         if (descriptor < 0 || ::fstat(descriptor, &status) < 0 || ::lseek(descriptor, 0, SEEK_END) < 0)
             failure = errno;
         else if (S_ISDIR(status.st_mode))

@@ -21,8 +21,8 @@ struct Failure {
     }
 };
 
-/// Where `e` was thrown: function and unit (the file's name up to its first dot), and checks that the location
-/// is whole.
+/// Where `e` was thrown: function and unit (the file's name up to its first dot), and checks that the
+/// location is whole.
 template <class E>
 Failure PlaceOf(const E& e, std::string description)
 {
@@ -44,7 +44,8 @@ Failure FailureOf(Action action)
     } catch (const E& e) {
         const std::string* stack = boost::get_error_info<Quorva::TagCallStack>(e);
         EXPECT_TRUE(stack && !stack->empty()) << "no call stack";
-        EXPECT_TRUE(dynamic_cast<const boost::wrapexcept<E>*>(&e)) << "of a class derived from the expected one";
+        EXPECT_TRUE(dynamic_cast<const boost::wrapexcept<E>*>(&e))
+            << "of a class derived from the expected one";
         const std::string* text = boost::get_error_info<Quorva::TagDescription>(e);
         return PlaceOf(e, text ? *text : e.what());
     }

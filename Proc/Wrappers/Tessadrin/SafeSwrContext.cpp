@@ -80,7 +80,7 @@ int SafeSwrContext::Convert(const boost::intrusive_ptr<IDataAudio>& src,
     if (dstOffset < 0 || dstOffset > room || !planes)
         Throw<FilterException>("incorrect dst parameter.");
 
-    std::array<uint8_t*, UINT8_MAX> output;  // a layout has no more channels
+    std::array<uint8_t*, UINT8_MAX> output = {};  // a layout has no more channels
     const ptrdiff_t skip = ptrdiff_t{info.GetSampleSizePerPlane()} * dstOffset;
     std::transform(planes, planes + planeCount, output.begin(), [=](uint8_t* plane) { return plane + skip; });
 

@@ -104,7 +104,7 @@ void ReplaceTables(SwsContext* context, const int* source, const int* target)
     int* oldSource = nullptr;
     int* oldTarget = nullptr;
     int sourceRange = 0, targetRange = 0, brightness = 0, contrast = 0, saturation = 0;
-    // Neither result is examined: both refuse only conversions without YUV, which have no tables to replace.
+    // Neither result is examined: a conversion that refuses has no tables to replace, and works without.
     sws_getColorspaceDetails(context, &oldSource, &sourceRange, &oldTarget, &targetRange, &brightness,
                              &contrast, &saturation);
     sws_setColorspaceDetails(context, source, sourceRange, target, targetRange, brightness, contrast,
@@ -113,6 +113,31 @@ void ReplaceTables(SwsContext* context, const int* source, const int* target)
 
 /// v / 2^shift, rounded up.
 constexpr int64_t CeilShift(int64_t v, int shift) { return -((-v) >> shift); }
+
+/// @param d  of a semi-planar format
+void CopyPlanes(const AVPixFmtDescriptor& d, int width, int height, const SwsSource& src, int sliceY,
+                int sliceH, const SwsDestination& dst)
+{
+    for (int plane = 0; plane < 4 && dst.data[plane] && src.data[plane]; ++plane) {
+        const bool chroma = plane == 1 || plane == 2;
+        const int shiftX = chroma ? d.log2_chroma_w : 0;
+        const int shiftY = chroma ? d.log2_chroma_h : 0;
+        int64_t rowLength = CeilShift(width, shiftX);
+        if (d.comp[plane].depth > 8)
+            rowLength *= 2;
+        if (plane == 1)
+            rowLength *= 2;
+        const int64_t firstRow = CeilShift(sliceY, shiftY);
+        // A slice that begins on an odd row is rounded up twice and could reach one row below the plane.
+        const int64_t rowCount = std::min(CeilShift(sliceH, shiftY), CeilShift(height, shiftY) - firstRow);
+        if (firstRow < 0 || rowCount <= 0)
+            continue;
+        CopyPlane(
+            Details::PlaneTemplate<true>(src.data[plane], src.linesize[plane], rowLength, rowCount, 0, false),
+            Details::PlaneTemplate<false>(dst.data[plane] + dst.linesize[plane] * firstRow,
+                                          dst.linesize[plane], rowLength, rowCount, 0, false));
+    }
+}
 
 }  // namespace
 
@@ -177,7 +202,7 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
 int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const
 {
     if (copyDescriptor) {
-        CopyPlanes(src, sliceY, sliceH, dst);
+        CopyPlanes(*copyDescriptor, params.src.width, params.dst.height, src, sliceY, sliceH, dst);
         return params.dst.height;
     }
     if (!context)
@@ -188,31 +213,6 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
 int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const
 {
     return Scale(src, 0, params.src.height, dst);
-}
-
-void SafeSwsContext::CopyPlanes(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const
-{
-    const AVPixFmtDescriptor& d = *copyDescriptor;
-    for (int plane = 0; plane < 4 && dst.data[plane] && src.data[plane]; ++plane) {
-        const bool chroma = plane == 1 || plane == 2;
-        const int shiftX = chroma ? d.log2_chroma_w : 0;
-        const int shiftY = chroma ? d.log2_chroma_h : 0;
-        int64_t rowLength = CeilShift(params.src.width, shiftX);
-        if (d.comp[plane].depth > 8)
-            rowLength *= 2;
-        if (plane == 1)
-            rowLength *= 2;
-        const int64_t firstRow = CeilShift(sliceY, shiftY);
-        // A slice that begins on an odd row is rounded up twice and could reach one row below the plane.
-        const int64_t rowCount =
-            std::min(CeilShift(sliceH, shiftY), CeilShift(params.dst.height, shiftY) - firstRow);
-        if (firstRow < 0 || rowCount <= 0)
-            continue;
-        CopyPlane(
-            Details::PlaneTemplate<true>(src.data[plane], src.linesize[plane], rowLength, rowCount, 0, false),
-            Details::PlaneTemplate<false>(dst.data[plane] + dst.linesize[plane] * firstRow,
-                                          dst.linesize[plane], rowLength, rowCount, 0, false));
-    }
 }
 
 const int* SafeSwsContext::GetCoefficients(YCbCrMatrix matrix)

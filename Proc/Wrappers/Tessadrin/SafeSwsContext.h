@@ -135,8 +135,6 @@ public:
     static const int* GetCoefficients(Conf::YCbCrMatrix matrix);
 
 private:
-    void CopyPlanes(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
-
     SwsCtxParams params;
     const AVPixFmtDescriptor* copyDescriptor = nullptr;  ///< FFmpeg's, static; set where planes are copied
     SwsContext* context = nullptr;                       ///< owned

@@ -98,14 +98,14 @@ template <class E, class... Args>
 
 /// Throws `std::logic_error`: a table of the library contradicts another. The standard class carries no
 /// attached values, so the call stack follows the description in its message, on the next line.
-[[noreturn]] TESSADRIN_API void RaiseLogicError(
-    const std::string& description, const char* function = __builtin_FUNCTION(),
-    std::source_location here = std::source_location::current());
+[[noreturn]] TESSADRIN_API void RaiseLogicError(const std::string& description,
+                                                const char* function = __builtin_FUNCTION(),
+                                                std::source_location here = std::source_location::current());
 
 }  // namespace Details
 
-/// FFmpeg's result as text: a fixed text for twenty codes, otherwise the C library's text for the number as it
-/// stands, with the number in brackets. Never throws but for want of memory.
+/// FFmpeg's result as text: a fixed text for twenty codes, otherwise the C library's text for the number as
+/// it stands, with the number in brackets. Never throws but for want of memory.
 TESSADRIN_API std::string GetErrorDescriptionFFMPEG(int errorCode);
 
 /// Sets one named option of one FFmpeg object; a refusal becomes a ProcException that names the option.

@@ -5,7 +5,6 @@
 #include "Proc/Wrappers/Tessadrin/Export.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 
-#include <memory>
 #include <utility>
 
 namespace Quorva::Proc::Details {
@@ -31,8 +30,7 @@ public:
     UniquePtr(UniquePtr&& other) noexcept : pointer(other.release()) {}
     UniquePtr& operator=(UniquePtr&& other) noexcept
     {
-        if (this != std::addressof(other))
-            reset(other.release());
+        reset(other.release());  // from itself: empty first, so that it finds nothing to delete
         return *this;
     }
     ~UniquePtr() { reset(nullptr); }
