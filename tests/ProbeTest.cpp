@@ -158,6 +158,7 @@ TEST(Probe, EveryFailureIsOneLineAndTheOthersGoOn)
         std::string path, message, kind;
     } rows[] = {
         {folder.At("none.wav"), "No such file or directory", "not-found"},
+        {"./[no,list]", "No such file or directory", "not-found"},
         {folder.At("pipe.wav"), "Illegal seek", "unreadable"},
         {folder.Put("empty.wav", ""), "not a known media format (the file is empty)", "unknown-format"},
         {folder.Put("text.wav", "plain words"), "not a known media format (first 11 bytes match nothing)",
@@ -184,6 +185,8 @@ TEST(Probe, EveryFailureIsOneLineAndTheOthersGoOn)
     EXPECT_EQ(outcome.code, 1);
     const std::vector<std::string> lines = outcome.ErrorLines();
     ASSERT_EQ(lines.size(), std::size(rows)) << outcome.errors;
+    EXPECT_EQ(RunProgram({"probe", "[no,list]"}).ErrorLines(),
+              RunProgram({"probe", "./[no,list]"}).ErrorLines());
     const json files = Probe(paths, 1)["files"];
     ASSERT_EQ(files.size(), paths.size());
     EXPECT_FALSE(files.front().contains("error"));

@@ -64,6 +64,17 @@ int UsageFailure(const CLI::App& app, const CLI::ParseError& error)
     return EXIT_USAGE;
 }
 
+/// The arguments as CLI11 wants them, last first.
+std::vector<std::string> Arguments(int argc, char** argv)
+{
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    for (std::string& word : words)
+        if (word.starts_with('[') && word.ends_with(']'))
+            word.insert(0, "./");  // CLI11 takes [a,b] for a list, even where it is a file's name
+    std::ranges::reverse(words);
+    return words;
+}
+
 int Run(int argc, char** argv)
 {
     Program program;
@@ -82,7 +93,7 @@ int Run(int argc, char** argv)
     AddFormats(app, program);
     AddCodecs(app, program);
     try {
-        app.parse(argc, argv);
+        app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {
         return error.get_exit_code() == 0 ? app.exit(error) : UsageFailure(app, error);
     }
