@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/SafeTypes.h"
+#include "tools/Convert.Containers.h"
 #include "tools/Convert.h"
 
 #include <string>
@@ -39,6 +40,12 @@ PixelChoice ChoosePixelFormat(const Proc::SafeEncoderCodec& encoder, AVPixelForm
 /// @param rates  the container's, empty: any
 Conf::SampleInfo ChooseSampleInfo(const Proc::SafeEncoderCodec& encoder, const Conf::SampleInfo& source,
                                   const ConvertOptions& options, const std::vector<int>& rates);
+
+/// How a stream is encoded; its `text` tells what comes of it. Remarks go to `plan`.
+StreamPlan PlanVideo(AVFormatContext& input, const AVStream& stream, AVCodecID target,
+                     const Container& container, const ConvertOptions& options, Plan& plan);
+StreamPlan PlanAudio(const AVStream& stream, AVCodecID target, const std::vector<int>& rates,
+                     const ConvertOptions& options, Plan& plan);
 
 /// Gives each encoder of the plan those of the options that it has.
 /// @throws UsageError  no encoder has an option, or it doesn't take the value

@@ -1,0 +1,339 @@
+#include "Proc/Wrappers/Tessadrin/OutputFormat.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
+#include "tools/Convert.Containers.h"
+#include "tools/Convert.Encoders.h"
+#include "tools/Convert.h"
+#include "tools/support/Suggest.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string_view>
+
+namespace Quorva::Tool {
+
+namespace {
+
+using Treatment = StreamPlan::Treatment;
+
+constexpr size_t KINDS = AVMEDIA_TYPE_NB;
+
+bool IsCover(const AVStream& stream) { return stream.disposition & AV_DISPOSITION_ATTACHED_PIC; }
+
+std::string Describe(const AVStream& stream)
+{
+    return fmt::format("stream {}: {} {}", stream.index,
+                       IsCover(stream) ? "cover" : Proc::GetMediaTypeName(stream.codecpar->codec_type),
+                       CodecName(stream.codecpar->codec_id));
+}
+
+bool IsKnown(const AVStream& stream)
+{
+    const AVCodecParameters& parameters = *stream.codecpar;
+    switch (parameters.codec_type) {
+        case AVMEDIA_TYPE_VIDEO:
+            return parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0 && parameters.height > 0;
+        case AVMEDIA_TYPE_AUDIO:
+            return parameters.codec_id != AV_CODEC_ID_NONE && parameters.sample_rate > 0 &&
+                   parameters.ch_layout.nb_channels > 0;
+        default:
+            return true;
+    }
+}
+
+/// Works out one plan. The member functions are its steps.
+class Planner {
+public:
+    Planner(const OpenedInput& input, const ConvertOptions& options) : input(*input.Get()), options(options) {}
+
+    Plan Make()
+    {
+        ChooseFormat();
+        CheckOptions();
+        for (const int index : options.map.empty() ? UsualStreams() : MappedStreams())
+            Treat(*input.streams[index]);
+        if (plan.streams.empty())
+            ThrowRefused(fmt::format("nothing of it goes into {}: {}", plan.format,
+                                     plan.leftOut.empty() ? "there are no streams"
+                                                          : fmt::format("{}", fmt::join(plan.leftOut, "; "))));
+        ShareOutOptions(plan, options);
+        SetTimes();
+        return std::move(plan);
+    }
+
+private:
+    void ChooseFormat();
+    void CheckOptions() const;
+    std::vector<int> UsualStreams();
+    std::vector<int> MappedStreams() const;
+    void Treat(const AVStream& stream);
+    void TreatFilm(const AVStream& stream);
+    void TreatCover(const AVStream& stream);
+    void TreatSubtitle(const AVStream& stream);
+    void SetTimes();
+
+    bool DemandsEncoding(AVMediaType kind) const;
+    const std::string& CodecAskedFor(AVMediaType kind) const;
+    AVCodecID TargetOf(const AVStream& stream) const;
+    int Places(AVMediaType kind) const;
+    void LeaveOut(const AVStream& stream, std::string_view why)
+    {
+        plan.leftOut.push_back(fmt::format("{} is left out: {}", Describe(stream), why));
+    }
+    void Copy(const AVStream& stream, Treatment treatment = Treatment::Copy);
+
+    const AVFormatContext& input;
+    const ConvertOptions& options;
+    Plan plan;
+    Container container;
+    std::array<int, KINDS> taken{};  ///< streams of each kind so far
+};
+
+void Planner::ChooseFormat()
+{
+    plan.format = options.format;
+    const auto& writable = Proc::GetFFMPEGSupportedOutputFormats();
+    if (plan.format.empty()) {
+        plan.format = FormatForPath(options.output);
+        if (plan.format.empty())
+            ThrowUsage(fmt::format("the name '{}' doesn't tell a format that can be written; --format does",
+                                   options.output));
+    } else if (!writable.contains(plan.format)) {
+        std::vector<std::string> names;
+        for (const auto& [name, muxer] : writable)
+            names.push_back(name);
+        std::ranges::sort(names);
+        ThrowUsage(fmt::format("format '{}' can't be written{}", plan.format, DidYouMean(plan.format, names)));
+    }
+    plan.muxer = Proc::GetOutputFormat(plan.format);
+    container = ContainerOf(plan.format, *plan.muxer, options.output);
+    plan.images = plan.muxer->name == std::string_view("image2");
+    if (plan.muxer->flags & AVFMT_NOFILE && !plan.images)
+        ThrowRefused(fmt::format("{} is not written to files", plan.format));
+}
+
+void Planner::CheckOptions() const
+{
+    if (!options.subtitleCodec.empty() && options.subtitleCodec != COPY && options.subtitleCodec != NONE)
+        ThrowUsage("--subtitle-codec is copy or none: subtitles are not encoded");
+    for (const AVMediaType kind : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO})
+        if (CodecAskedFor(kind) == COPY && DemandsEncoding(kind))
+            ThrowUsage(fmt::format("a {} stream that is copied stays as it is: leave its other options out",
+                                   Proc::GetMediaTypeName(kind)));
+    if (options.twoPass && !options.bitrate)
+        ThrowUsage("--two-pass shares out a bit rate: give it with --bitrate");
+    if (options.size && options.size->width == 0 && options.size->height == 0)
+        ThrowUsage("--size wants at least one side");
+}
+
+const std::string& Planner::CodecAskedFor(AVMediaType kind) const
+{
+    static const std::string nothing;
+    switch (kind) {
+        case AVMEDIA_TYPE_VIDEO:
+            return options.videoCodec;
+        case AVMEDIA_TYPE_AUDIO:
+            return options.audioCodec;
+        case AVMEDIA_TYPE_SUBTITLE:
+            return options.subtitleCodec;
+        default:
+            return nothing;
+    }
+}
+
+bool Planner::DemandsEncoding(AVMediaType kind) const
+{
+    if (kind == AVMEDIA_TYPE_VIDEO)
+        return options.size || !options.pixelFormat.empty() || options.frameRate.num || options.quality ||
+               options.bitrate || options.twoPass;
+    return options.sampleRate || !options.channels.empty() || options.audioQuality || options.audioBitrate;
+}
+
+int Planner::Places(AVMediaType kind) const
+{
+    switch (kind) {
+        case AVMEDIA_TYPE_VIDEO:
+            return container.videos;
+        case AVMEDIA_TYPE_AUDIO:
+            return container.audios;
+        case AVMEDIA_TYPE_SUBTITLE:
+            return container.subtitles;
+        default:
+            return container.attachments ? 1000 : 0;
+    }
+}
+
+std::vector<int> Planner::UsualStreams()
+{
+    std::vector<int> indices;
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        const AVStream& stream = *input.streams[i];
+        const AVMediaType kind = stream.codecpar->codec_type;
+        // Where there is room for one only, it shall be the best.
+        if ((kind == AVMEDIA_TYPE_VIDEO || kind == AVMEDIA_TYPE_AUDIO) && !IsCover(stream) && Places(kind) == 1 &&
+            CodecAskedFor(kind) != NONE) {
+            const int best = av_find_best_stream(const_cast<AVFormatContext*>(&input), kind, -1, -1, nullptr, 0);
+            if (best >= 0 && best != static_cast<int>(i)) {
+                LeaveOut(stream, fmt::format("{} holds one such stream, and {} is better", plan.format, best));
+                continue;
+            }
+        }
+        indices.push_back(static_cast<int>(i));
+    }
+    return indices;
+}
+
+std::vector<int> Planner::MappedStreams() const
+{
+    std::vector<int> indices;
+    for (const std::string& text : options.map) {
+        constexpr std::string_view letters = "vas";
+        constexpr AVMediaType kinds[] = {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO, AVMEDIA_TYPE_SUBTITLE};
+        std::string_view rest = text;
+        const size_t letter = rest.empty() ? std::string_view::npos : letters.find(rest.front());
+        const bool all = letter != std::string_view::npos && rest.size() == 1;
+        if (letter != std::string_view::npos)
+            rest.remove_prefix(std::min<size_t>(rest.size(), 2));
+        int number = -1;
+        const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+        const bool isNumber = error == std::errc() && end == rest.data() + rest.size() && number >= 0;
+        if (!all && (!isNumber || (letter != std::string_view::npos && text[1] != ':')))
+            ThrowUsage(fmt::format("--map '{}' is not a stream's number, v, a or s, or as a:1", text));
+        const size_t before = indices.size();
+        for (int i = 0, ofKind = 0; i < static_cast<int>(input.nb_streams); ++i) {
+            if (letter == std::string_view::npos ? i == number
+                                                 : input.streams[i]->codecpar->codec_type == kinds[letter] &&
+                                                       (all || ofKind++ == number))
+                indices.push_back(i);
+        }
+        if (indices.size() == before)
+            ThrowUsage(fmt::format("--map '{}' matches no stream; there are {}", text, input.nb_streams));
+    }
+    return indices;
+}
+
+void Planner::Treat(const AVStream& stream)
+{
+    const AVMediaType kind = stream.codecpar->codec_type;
+    if (CodecAskedFor(kind) == NONE)
+        return LeaveOut(stream, "as asked");
+    if (!IsKnown(stream))
+        return LeaveOut(stream, "nothing is known about it");
+    switch (kind) {
+        case AVMEDIA_TYPE_VIDEO:
+            return IsCover(stream) ? TreatCover(stream) : TreatFilm(stream);
+        case AVMEDIA_TYPE_AUDIO:
+            return TreatFilm(stream);
+        case AVMEDIA_TYPE_SUBTITLE:
+            return TreatSubtitle(stream);
+        case AVMEDIA_TYPE_ATTACHMENT:
+            if (container.attachments)
+                return Copy(stream);
+            return LeaveOut(stream, fmt::format("{} holds no attached files", plan.format));
+        default:
+            return LeaveOut(stream, "only pictures, sound, subtitles and attached files are converted");
+    }
+}
+
+void Planner::Copy(const AVStream& stream, Treatment treatment)
+{
+    StreamPlan& copy = plan.streams.emplace_back();
+    copy.input = stream.index;
+    copy.treatment = treatment;
+    copy.text = Describe(stream) + (treatment == Treatment::Attach ? " becomes an attached file" : " is copied");
+    ++taken[stream.codecpar->codec_type];
+}
+
+void Planner::TreatCover(const AVStream& stream)
+{
+    if (options.videoCodec.empty() || options.videoCodec == COPY || container.videos == 0) {
+        if (container.attachments)
+            return Copy(stream, Treatment::Attach);
+        if (container.covers && Holds(*plan.muxer, stream.codecpar->codec_id))
+            return Copy(stream);
+    }
+    if (plan.images && taken[AVMEDIA_TYPE_VIDEO] == 0)
+        return TreatFilm(stream);  // somebody wants the cover as a file
+    LeaveOut(stream, fmt::format("{} holds no such cover", plan.format));
+}
+
+void Planner::TreatSubtitle(const AVStream& stream)
+{
+    if (container.subtitles == 0 || !Holds(*plan.muxer, stream.codecpar->codec_id))
+        return LeaveOut(stream, fmt::format("{} doesn't hold it", plan.format));
+    if (taken[AVMEDIA_TYPE_SUBTITLE] >= container.subtitles)
+        return LeaveOut(stream, fmt::format("{} holds no more of them", plan.format));
+    Copy(stream);
+}
+
+AVCodecID Planner::TargetOf(const AVStream& stream) const
+{
+    const AVMediaType kind = stream.codecpar->codec_type;
+    const std::string& asked = CodecAskedFor(kind);
+    if (!asked.empty())
+        return CodecNamed(asked, kind);
+    if (kind == AVMEDIA_TYPE_VIDEO)
+        return container.video;
+    const bool isFine = stream.codecpar->bits_per_raw_sample > 16;
+    const AVCodecID fine = container.audio == AV_CODEC_ID_PCM_S16LE   ? AV_CODEC_ID_PCM_S24LE
+                           : container.audio == AV_CODEC_ID_PCM_S16BE ? AV_CODEC_ID_PCM_S24BE
+                                                                      : AV_CODEC_ID_NONE;
+    return isFine && fine != AV_CODEC_ID_NONE && Holds(*plan.muxer, fine) ? fine : container.audio;
+}
+
+void Planner::TreatFilm(const AVStream& stream)
+{
+    const AVMediaType kind = stream.codecpar->codec_type;
+    const AVCodecID codec = stream.codecpar->codec_id;
+    const std::string& asked = CodecAskedFor(kind);
+    if (Places(kind) == 0)
+        return LeaveOut(stream, fmt::format("{} holds no {}", plan.format, Proc::GetMediaTypeName(kind)));
+    if (taken[kind] >= Places(kind))
+        return LeaveOut(stream, fmt::format("{} holds no more of them", plan.format));
+    if (asked == COPY) {
+        if (!plan.images && !Holds(*plan.muxer, codec))
+            ThrowRefused(fmt::format("{} doesn't hold {} ({}): it can't be copied", plan.format, CodecName(codec),
+                                     Describe(stream)));
+        return Copy(stream);
+    }
+    // What is usual in the container goes there as it is, unless the result is to be another or to begin and
+    // end between two key pictures.
+    const std::vector<int> rates = SampleRatesOf(*plan.muxer, codec);
+    const bool rateFits = kind != AVMEDIA_TYPE_AUDIO || rates.empty() ||
+                          std::ranges::find(rates, stream.codecpar->sample_rate) != rates.end();
+    const bool untouched = !DemandsEncoding(kind) && !options.start && !options.duration &&
+                           options.encoderOptions.empty() && options.encoderImplementation.empty();
+    if (asked.empty() && untouched && rateFits && !plan.images && IsUsual(*plan.muxer, codec) &&
+        Holds(*plan.muxer, codec))
+        return Copy(stream);
+
+    const AVCodecID target = TargetOf(stream);
+    if (target == AV_CODEC_ID_NONE)
+        ThrowRefused(fmt::format("no codec is known for {} in {}", Proc::GetMediaTypeName(kind), plan.format));
+    if (!plan.images && !Holds(*plan.muxer, target))
+        ThrowRefused(fmt::format("{} doesn't hold {}", plan.format, CodecName(target)));
+    StreamPlan encoded = kind == AVMEDIA_TYPE_VIDEO
+                             ? PlanVideo(const_cast<AVFormatContext&>(input), stream, target, container, options, plan)
+                             : PlanAudio(stream, target, SampleRatesOf(*plan.muxer, target), options, plan);
+    encoded.text = fmt::format("{} {}", Describe(stream), encoded.text);
+    plan.streams.push_back(std::move(encoded));
+    ++taken[kind];
+}
+
+void Planner::SetTimes()
+{
+    // Times below 0 are what decoders need before the beginning.
+    const int64_t first = input.start_time == AV_NOPTS_VALUE ? 0 : std::max<int64_t>(input.start_time, 0);
+    plan.origin = first + options.start.value_or(0);
+    plan.end = options.duration;
+    if (options.start && input.duration != AV_NOPTS_VALUE && *options.start >= input.duration)
+        ThrowUsage("--start lies behind the end of the input");
+}
+
+}  // namespace
+
+Plan MakePlan(const OpenedInput& input, const ConvertOptions& options) { return Planner(input, options).Make(); }
+
+}  // namespace Quorva::Tool
