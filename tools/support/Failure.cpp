@@ -79,6 +79,8 @@ std::string_view FailureKindName(FailureKind kind)
             return "not-found";
         case FailureKind::Unreadable:
             return "unreadable";
+        case FailureKind::Unwritable:
+            return "unwritable";
         case FailureKind::UnknownFormat:
             return "unknown-format";
         case FailureKind::Unsupported:

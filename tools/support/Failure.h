@@ -17,6 +17,7 @@ namespace Quorva::Tool {
 enum class FailureKind {
     NotFound,
     Unreadable,     ///< exists, but the system refuses to open or read it
+    Unwritable,     ///< the output: the system refuses, or something is in the way
     UnknownFormat,  ///< nothing recognises it
     Unsupported,    ///< recognised, but not read
     InvalidData,    ///< damaged

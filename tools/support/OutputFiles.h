@@ -1,0 +1,54 @@
+/// @file
+/// Files that are there when they are complete, and not before; and outputs that are no files.
+#pragma once
+
+#include "host/FoundationIO.h"
+
+#include <string>
+#include <vector>
+
+namespace Quorva::Tool {
+
+/// Files being written beside their places. Commit() moves them there; until then, and when it never comes,
+/// everything in those places stays as it was.
+class OutputFiles {
+public:
+    /// @param overwrite  whether Commit() may replace files
+    /// @param keep       whether unfinished files stay, under their provisional names, when Commit() never
+    ///                   comes
+    OutputFiles(bool overwrite, bool keep) : overwrite(overwrite), keep(keep) {}
+    OutputFiles(const OutputFiles&) = delete;
+    OutputFiles& operator=(const OutputFiles&) = delete;
+    ~OutputFiles();
+
+    /// A new file that will be at `path`.
+    /// @throws Core::IOException  something is there and mustn't be replaced, or the system refuses
+    boost::intrusive_ptr<Core::IDataOutput> Create(const std::string& path);
+
+    /// Puts the files in their places, in the order of their creation. The streams are to be gone by then.
+    /// @throws Core::IOException  the system refuses; files that are in place already stay there
+    void Commit();
+
+    /// Paths of unfinished files.
+    std::vector<std::string> GetUnfinished() const;
+
+private:
+    struct File {
+        std::string provisional;
+        std::string path;
+    };
+
+    const bool overwrite;
+    const bool keep;
+    std::vector<File> files;  ///< those not in their places yet
+};
+
+/// Whether `path` means standard output ("-"), or names a pipe or a device: written as it is, without a
+/// provisional name, and without a way back.
+bool IsStreamPath(const std::string& path);
+
+/// Standard output, a pipe or a device.
+/// @throws Core::IOException  it can't be opened
+boost::intrusive_ptr<Core::IDataOutput> OpenStreamOutput(const std::string& path);
+
+}  // namespace Quorva::Tool
