@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -130,7 +131,11 @@ boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& p
     struct stat status {};
     if (!overwrite && ::lstat(path.c_str(), &status) == 0)
         ThrowFileFailure("is there already; --overwrite replaces it");
-    files.push_back({MakeProvisional(path), path});
+    // A link stays, what it names is replaced.
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(path, error);
+    const std::string place = error ? path : target.native();
+    files.push_back({MakeProvisional(place), place});
     return Core::DataOutputFile::Create(ioPath(files.back().provisional));
 }
 
