@@ -1,0 +1,149 @@
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Parameters.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.PixelFormats.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
+#include "tools/Convert.Encoders.h"
+#include "tools/Convert.Stages.h"
+#include "tools/support/Failure.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Quorva::Tool {
+
+VideoPath::VideoPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder,
+                     const AVStream& source, const TimeFrame& frame)
+    : plan(plan), decoder(std::move(decoder)), encoder(std::move(encoder)), source(source), frame(frame)
+{
+}
+
+void VideoPath::Take(AVPacket& packet)
+{
+    decoder.Decode(&packet, [this](AVFrame& decoded) { TakeFrame(decoded); });
+}
+
+void VideoPath::Finish()
+{
+    decoder.Decode(nullptr, [this](AVFrame& decoded) { TakeFrame(decoded); });
+    if (plan.constantRate && plan.retimed && nextTick != AV_NOPTS_VALUE && last->width > 0) {
+        // The last picture stays as long as it did.
+        const int64_t end = Proc::global_to_stream(lastEnd, encoder.Get().time_base);
+        while (nextTick < end)
+            Encode(*&last, nextTick, 1);
+    }
+    encoder.Encode(nullptr);
+}
+
+void VideoPath::TakeFrame(AVFrame& decoded)
+{
+    if (done)
+        return;
+    int64_t duration = Proc::stream_to_global(decoded.duration, source.time_base);
+    if (duration <= 0)
+        duration = Proc::AvRescale(AV_TIME_BASE, plan.frameRate.den, plan.frameRate.num);
+    int64_t time = frame.FromInput(decoded.best_effort_timestamp, source.time_base);
+    if (time == AV_NOPTS_VALUE)
+        time = lastEnd == AV_NOPTS_VALUE ? 0 : lastEnd;
+    lastEnd = time + duration;
+    if (frame.cutStart) {
+        if (lastEnd <= 0)
+            return;
+        time = std::max<int64_t>(time, 0);
+    }
+    if (frame.end && time >= *frame.end) {
+        done = true;
+        lastEnd = *frame.end;
+        return;
+    }
+    if (frame.end)
+        lastEnd = std::min(lastEnd, *frame.end);
+    const Proc::FramePtr converted = Convert(decoded);
+    Retime(*converted, time, lastEnd - time);
+}
+
+Proc::FramePtr VideoPath::Convert(AVFrame& decoded)
+{
+    if (plan.applyCrop) {
+        // FFmpeg cuts by moving pointers; the container says how much.
+        Conf::FrameCropping crop;
+        if (Proc::GetFrameCroppingFromCodecParameters(crop, source.codecpar)) {
+            decoded.crop_left += crop.left;
+            decoded.crop_right += crop.right;
+            decoded.crop_top += crop.top;
+            decoded.crop_bottom += crop.bottom;
+            if (const int result = av_frame_apply_cropping(&decoded, AV_FRAME_CROP_UNALIGNED); result < 0)
+                ThrowFFmpegFailure("a picture can't be cropped", result);
+        }
+    }
+    const AVCodecContext& target = encoder.Get();
+    const auto format = static_cast<AVPixelFormat>(decoded.format);
+    Proc::SwsCtxParams params;
+    params.src = {decoded.width, decoded.height, WithRange(format, IsFullRange(format, decoded.color_range)),
+                  static_cast<Conf::YCbCrMatrix>(decoded.colorspace), nullptr};
+    params.dst = {target.width, target.height, WithRange(target.pix_fmt, plan.fullRange),
+                  static_cast<Conf::YCbCrMatrix>(target.colorspace), nullptr};
+    params.flags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+    Proc::FramePtr result;
+    if (params.src.width == params.dst.width && params.src.height == params.dst.height &&
+        params.src.format == params.dst.format) {
+        result.reset(av_frame_clone(&decoded));
+        if (!result)
+            ThrowFFmpegFailure("a picture can't be kept", AVERROR(ENOMEM));
+    } else {
+        if (!scaler || !(scaler.GetParams().src == params.src))
+            scaler = Proc::SafeSwsContext(params);
+        const Proc::VideoData room({target.width, target.height, 0, 1},
+                                   Proc::PixelFormatQuorvaFromFFMPEGSafe(target.pix_fmt));
+        const int scaled = scaler.Scale(Proc::SwsSource(decoded), Proc::SwsDestination(room.GetFrame()));
+        if (scaled < 0)
+            ThrowFFmpegFailure("a picture can't be scaled", scaled);
+        result.reset(av_frame_clone(room.GetFrame()));
+        if (!result || av_frame_copy_props(result.get(), &decoded) < 0)
+            ThrowFFmpegFailure("a picture can't be kept", AVERROR(ENOMEM));
+    }
+    result->format = target.pix_fmt;  // the twin without the range in its name
+    result->color_range = target.color_range;
+    result->colorspace = target.colorspace;
+    result->sample_aspect_ratio = target.sample_aspect_ratio;
+    result->pict_type = AV_PICTURE_TYPE_NONE;  // the encoder's affair
+    return result;
+}
+
+void VideoPath::Retime(AVFrame& converted, int64_t time, int64_t duration)
+{
+    const AVRational base = encoder.Get().time_base;
+    const int64_t ticks = std::max<int64_t>(Proc::global_to_stream(duration, base), 1);
+    const int64_t tick = Proc::global_to_stream(time, base);
+    if (!plan.constantRate) {
+        // No picture is lost: two at the same tick follow one another.
+        Encode(converted, nextTick == AV_NOPTS_VALUE ? tick : std::max(tick, nextTick), ticks);
+        return;
+    }
+    if (nextTick == AV_NOPTS_VALUE)
+        nextTick = tick;
+    // How far the picture is from its place. At its own rate a picture more or less than half a tick off is
+    // only unpunctual.
+    const double drift = static_cast<double>(time) / AV_TIME_BASE / av_q2d(base) - static_cast<double>(nextTick);
+    const double tolerance = plan.retimed ? 0.5 : 1.1;
+    if (drift < -tolerance - 1e-4)
+        return;
+    if (drift > tolerance + 1e-4)
+        for (int64_t missing = std::llround(drift); missing > 0; --missing)
+            if (last->width > 0)
+                Encode(*&last, nextTick, 1);
+            else
+                ++nextTick;
+    Encode(converted, nextTick, 1);
+    last = converted;
+}
+
+void VideoPath::Encode(AVFrame& converted, int64_t tick, int64_t duration)
+{
+    converted.pts = tick;
+    converted.duration = duration;
+    nextTick = tick + 1;
+    encoder.Encode(&converted);
+}
+
+}  // namespace Quorva::Tool
