@@ -15,6 +15,7 @@ enum ExitCode : int {
     EXIT_ALL_WELL = 0,
     EXIT_SOME_FAILED = 1,  ///< some file failed, or the output could not be written; the rest was done
     EXIT_USAGE = 2,        ///< the command line is wrong; nothing was done
+    EXIT_STOPPED = 130,    ///< somebody stopped it (Ctrl-C); what was begun is ended well
 };
 
 /// The options of all commands, and the command that the command line chose.
@@ -28,5 +29,6 @@ struct Program {
 void AddProbe(CLI::App& app, Program& program);
 void AddFormats(CLI::App& app, Program& program);
 void AddCodecs(CLI::App& app, Program& program);
+void AddConvert(CLI::App& app, Program& program);
 
 }  // namespace Quorva::Tool

@@ -41,8 +41,9 @@ int64_t TimeFrame::FromInput(int64_t timestamp, AVRational timeBase) const
     return time == AV_NOPTS_VALUE ? time : time - origin;
 }
 
-CopyPath::CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream)
-    : source(source), frame(frame), sink(sink), stream(stream)
+CopyPath::CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream,
+                   bool onlyOne)
+    : source(source), frame(frame), sink(sink), stream(stream), onlyOne(onlyOne)
 {
 }
 
@@ -91,6 +92,7 @@ void CopyPath::Send(AVPacket& packet)
     if (packet.dts != AV_NOPTS_VALUE)
         packet.dts -= origin;
     sink.Write(packet, stream, source.time_base);
+    done = onlyOne;
 }
 
 StreamDecoder::StreamDecoder(const AVCodec* codec, const AVStream& source, int threads,

@@ -171,6 +171,7 @@ void SetUpVideo(AVCodecContext& context, const StreamPlan& plan, const AVStream&
         context.color_range = AVCOL_RANGE_JPEG;
     else if (source.codecpar->color_range == AVCOL_RANGE_MPEG)
         context.color_range = AVCOL_RANGE_MPEG;
+    SetLastingSideData(context, source);
 }
 
 void SetUpAudio(AVCodecContext& context, const AVStream& source)

@@ -56,6 +56,9 @@ bool IsFullRange(AVPixelFormat format, AVColorRange range);
 /// The pixel format that says of the full range, for the scaler; `format` where there is none.
 AVPixelFormat WithRange(AVPixelFormat format, bool fullRange);
 
+/// Tells an encoder that isn't opened yet what is true of all pictures of the stream, as HDR's light levels.
+void SetLastingSideData(AVCodecContext& encoder, const AVStream& source);
+
 /// What an encoder is told beside its plan.
 struct EncoderSetting {
     bool globalHeader = false;  ///< the container has a place for it

@@ -3,6 +3,7 @@
 #include "tools/Convert.Containers.h"
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.h"
+#include "tools/support/OutputFiles.h"
 #include "tools/support/Suggest.h"
 
 #include <fmt/format.h>
@@ -109,7 +110,10 @@ void Planner::ChooseFormat()
     }
     plan.muxer = Proc::GetOutputFormat(plan.format);
     container = ContainerOf(plan.format, *plan.muxer, options.output);
+    if (plan.muxer->name == std::string_view("image2") && IsStreamPath(options.output))
+        plan.muxer = Proc::GetOutputFormat(Conf::IFormatFile::FORMAT_IMAGE2PIPE);
     plan.images = plan.muxer->name == std::string_view("image2");
+    plan.oneImage = plan.images && !av_filename_number_test(options.output.c_str());
     if (plan.muxer->flags & AVFMT_NOFILE && !plan.images)
         ThrowRefused(fmt::format("{} is not written to files", plan.format));
 }
@@ -317,6 +321,7 @@ void Planner::TreatFilm(const AVStream& stream)
     StreamPlan encoded = kind == AVMEDIA_TYPE_VIDEO
                              ? PlanVideo(const_cast<AVFormatContext&>(input), stream, target, container, options, plan)
                              : PlanAudio(stream, target, SampleRatesOf(*plan.muxer, target), options, plan);
+    encoded.onlyOne = plan.oneImage;
     encoded.text = fmt::format("{} {}", Describe(stream), encoded.text);
     plan.streams.push_back(std::move(encoded));
     ++taken[kind];

@@ -68,7 +68,8 @@ protected:
 /// Packets as they are, but for their times.
 class CopyPath final : public Path {
 public:
-    CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream);
+    /// @param onlyOne  the first packet is all
+    CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne);
     void Take(AVPacket& packet) override;
     void Finish() override {}
 
@@ -79,6 +80,7 @@ private:
     const TimeFrame frame;
     PacketSink& sink;
     const int stream;
+    const bool onlyOne;
     std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
     bool begun = false;
 };

@@ -128,12 +128,13 @@ void VideoPath::Retime(AVFrame& converted, int64_t time, int64_t duration)
     const double tolerance = plan.retimed ? 0.5 : 1.1;
     if (drift < -tolerance - 1e-4)
         return;
-    if (drift > tolerance + 1e-4)
-        for (int64_t missing = std::llround(drift); missing > 0; --missing)
-            if (last->width > 0)
-                Encode(*&last, nextTick, 1);
-            else
-                ++nextTick;
+    const int64_t missing = drift > tolerance + 1e-4 ? std::llround(drift) : 0;
+    for (int64_t i = 0; i < missing; ++i) {
+        if (last->width > 0)
+            Encode(*&last, nextTick, 1);
+        else
+            ++nextTick;
+    }
     Encode(converted, nextTick, 1);
     last = converted;
 }
@@ -144,6 +145,7 @@ void VideoPath::Encode(AVFrame& converted, int64_t tick, int64_t duration)
     converted.duration = duration;
     nextTick = tick + 1;
     encoder.Encode(&converted);
+    done = plan.onlyOne;
 }
 
 }  // namespace Quorva::Tool

@@ -105,6 +105,7 @@ struct StreamPlan {
 
     boost::intrusive_ptr<Conf::VideoCodecDescription> video;  ///< of the result
     AVRational frameRate{0, 1};
+    bool onlyOne = false;       ///< the first picture is the whole output
     bool constantRate = false;  ///< pictures are repeated or left out to keep the rate
     bool retimed = false;       ///< and the rate isn't the input's
     bool applyCrop = false;     ///< the container's cropping is carried out, not carried on
@@ -120,7 +121,8 @@ struct StreamPlan {
 struct Plan {
     std::string format;
     const AVOutputFormat* muxer = nullptr;
-    bool images = false;  ///< each packet is a file
+    bool images = false;    ///< each packet is a file
+    bool oneImage = false;  ///< and the first is the only one
     std::vector<StreamPlan> streams;
     std::vector<std::string> leftOut;  ///< streams that stay behind, and why
     std::vector<std::string> notes;    ///< what else doesn't survive, or isn't as asked
@@ -133,11 +135,12 @@ struct Plan {
 /// @throws Quorva::Exception  something is asked for that this FFmpeg lacks or the container refuses
 Plan MakePlan(const OpenedInput& input, const ConvertOptions& options);
 
-/// Does it, all passes, and puts the output in its place.
-/// @param quiet  no progress on the terminal
-/// @return       false when somebody stopped it: the output ends there
+/// Does it, all passes, and puts the output in its place. Says what it does on standard error.
+/// @param quiet  says nothing
+/// @return       false when somebody stopped it: the output ends there, or was not begun
 /// @throws Quorva::Exception  it failed; the output's place is as it was before
-bool CarryOut(const ConvertOptions& options, bool quiet, int verbosity);
+/// @throws UsageError         as MakePlan()
+bool CarryOut(const ConvertOptions& options, bool quiet);
 
 /// Throws a ProcException of FailureKind::Unsupported.
 [[noreturn]] void ThrowRefused(const std::string& what);

@@ -1,0 +1,80 @@
+/// @file
+/// The output of a conversion: FFmpeg's muxer over host streams.
+#pragma once
+
+#include "host/FoundationIO.h"
+#include "tools/Convert.Stages.h"
+#include "tools/support/OutputFiles.h"
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Quorva::Tool {
+
+/// A muxer at work. One thread at a time.
+///
+/// FFmpeg opens nothing by itself: the file, and each picture of a sequence, is a host stream. What a stream
+/// throws doesn't cross FFmpeg: it is kept, FFmpeg learns of an output error, and the exception comes out of
+/// the call here. No trailer is written then.
+class Output final : public PacketSink {
+public:
+    /// @param files  where files are created; outlives the object
+    Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files);
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    ~Output() override;
+
+    AVFormatContext* operator->() const noexcept { return context.get(); }
+    bool WantsGlobalHeaders() const { return context->oformat->flags & AVFMT_GLOBALHEADER; }
+    /// A stream of the output; they are numbered as they are added.
+    AVStream& AddStream();
+
+    /// Writes the header: no streams afterwards.
+    void Begin();
+    void Write(AVPacket& packet, int stream, AVRational timeBase) override;
+    /// Writes what is held back, and the trailer. The streams are gone then.
+    void Finish();
+
+    /// The end of what was written last, microseconds; of any stream.
+    int64_t GetPosition() const { return position; }
+    uint64_t GetBytes() const;  ///< of all files so far
+
+private:
+    struct Target;
+    struct FreeTarget {
+        void operator()(Target* target) const noexcept;
+    };
+    using TargetPointer = std::unique_ptr<Target, FreeTarget>;
+    struct FreeContext {
+        void operator()(AVFormatContext* context) const noexcept { avformat_free_context(context); }
+    };
+
+    static int Put(void* opaque, const uint8_t* buffer, int size);
+    static int64_t Seek(void* opaque, int64_t offset, int whence);
+    static int OpenPicture(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
+                           AVDictionary** options);
+    static int ClosePicture(AVFormatContext* context, AVIOContext* io);
+    TargetPointer MakeTarget(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable);
+    int KeepFailure();
+    void Repair(AVPacket& packet, AVStream& stream);
+    void Check(const char* what, int result);
+
+    OutputFiles& files;
+    std::exception_ptr failure;  ///< the first that a stream threw
+    uint64_t closedBytes = 0;    ///< of pictures that are complete
+    int64_t position = 0;
+    std::vector<int64_t> lastDts;  ///< of each stream, in its time base
+    bool begun = false;
+    TargetPointer file;  ///< none for pictures
+    std::unique_ptr<AVFormatContext, FreeContext> context;
+};
+
+/// Streams, chapters and tags of the output, as far as they come from the input.
+/// @param stream  of the output, its codec already described when it is encoded
+void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& plan,
+                    const AVOutputFormat& muxer);
+void DescribeFile(AVFormatContext& output, const AVFormatContext& input, const Plan& plan);
+
+}  // namespace Quorva::Tool
