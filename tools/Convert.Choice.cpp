@@ -257,6 +257,17 @@ AVCodecID CodecNamed(const std::string& name, AVMediaType kind)
                 return id;
             names.push_back(text);
         }
+    // Names that people have for a codec or its encoder.
+    constexpr std::pair<std::string_view, AVCodecID> others[] = {
+        {"h265", AV_CODEC_ID_HEVC}, {"x265", AV_CODEC_ID_HEVC},      {"avc", AV_CODEC_ID_H264},
+        {"x264", AV_CODEC_ID_H264}, {"xvid", AV_CODEC_ID_MPEG4},     {"divx", AV_CODEC_ID_MPEG4},
+        {"jpeg", AV_CODEC_ID_MJPEG}, {"mpeg2", AV_CODEC_ID_MPEG2VIDEO}, {"mpeg1", AV_CODEC_ID_MPEG1VIDEO},
+        {"pcm", AV_CODEC_ID_PCM_S16LE}};
+    const AVCodec* const encoder = avcodec_find_encoder_by_name(name.c_str());
+    const auto* const other = std::ranges::find(others, std::string_view(name), &std::pair<std::string_view, AVCodecID>::first);
+    if (const AVCodecID meant = encoder ? encoder->id : other != std::end(others) ? other->second : AV_CODEC_ID_NONE;
+        meant != AV_CODEC_ID_NONE)
+        ThrowUsage(fmt::format("no {} codec '{}': it is called {} here", Proc::GetMediaTypeName(kind), name, CodecName(meant)));
     ThrowUsage(fmt::format("no {} codec '{}'{}", Proc::GetMediaTypeName(kind), name, DidYouMean(name, names)));
 }
 

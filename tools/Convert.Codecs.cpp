@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace Quorva::Tool {
 
 namespace {
@@ -85,8 +87,12 @@ void CopyPath::Take(AVPacket& packet)
 void CopyPath::Send(AVPacket& packet)
 {
     const int64_t origin = Proc::global_to_stream(frame.origin, source.time_base);
-    if (packet.pts == AV_NOPTS_VALUE && source.codecpar->video_delay == 0)
-        packet.pts = packet.dts;  // nothing is decoded in another order than shown
+    // Some containers stamp only one packet of several.
+    if (packet.dts == AV_NOPTS_VALUE)
+        packet.dts = nextDts;
+    if (packet.pts == AV_NOPTS_VALUE)
+        packet.pts = packet.dts;
+    nextDts = packet.dts == AV_NOPTS_VALUE ? packet.dts : packet.dts + std::max<int64_t>(packet.duration, 0);
     if (packet.pts != AV_NOPTS_VALUE)
         packet.pts -= origin;
     if (packet.dts != AV_NOPTS_VALUE)

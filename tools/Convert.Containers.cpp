@@ -86,7 +86,7 @@ const CodecsRow codecsRows[] = {
     {"dv",       true,  {V(DVVIDEO), V(PCM_S16LE)}},
     {"wav",      false, {V(PCM_S16LE), V(PCM_S24LE), V(PCM_S32LE), V(PCM_F32LE), V(PCM_F64LE), V(PCM_U8)}},
     {"aiff",     false, {V(PCM_S16BE), V(PCM_S24BE), V(PCM_S32BE)}},
-    {"caf",      false, {V(ALAC), V(AAC), V(OPUS), V(PCM_S16BE), V(PCM_S24BE)}},
+    {"caf",      false, {V(ALAC), V(OPUS), V(PCM_S16BE), V(PCM_S24BE)}},
     {"au",       false, {V(PCM_S16BE), V(PCM_MULAW), V(PCM_ALAW)}},
     {"mp3",      true,  {V(MP3), V(PNG), V(MJPEG)}},
     {"flac",     true,  {V(FLAC), V(PNG), V(MJPEG)}},

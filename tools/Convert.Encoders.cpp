@@ -99,6 +99,8 @@ int64_t UsualBitrate(AVCodecID codec, int channels)
         case AV_CODEC_ID_AAC:
         case AV_CODEC_ID_OPUS:
         case AV_CODEC_ID_VORBIS:
+        case AV_CODEC_ID_WMAV1:
+        case AV_CODEC_ID_WMAV2:
             return limited(64000, 512000);
         case AV_CODEC_ID_MP3:
             return limited(96000, 320000);
@@ -252,7 +254,7 @@ Proc::SafeCodecContext OpenEncoder(const StreamPlan& plan, const AVStream& sourc
         notes.insert(notes.end(), remarks.begin(), remarks.end());
         return context;
     }
-    ThrowFFmpegFailure(fmt::format("encoder {} refuses {}", codec.name, plan.text), result);
+    ThrowFFmpegFailure(fmt::format("encoder {} refuses {}", codec.name, plan.result), result);
 }
 
 }  // namespace Quorva::Tool

@@ -130,6 +130,8 @@ void Conversion::Prepare(OpenedInput& input) const
     for (const StreamPlan& stream : plan.streams)
         if (stream.treatment != Treatment::Attach)
             input->streams[stream.input]->discard = AVDISCARD_DEFAULT;
+    if (std::ranges::any_of(plan.streams, [](const StreamPlan& stream) { return stream.treatment == Treatment::Copy; }))
+        input->flags |= AVFMT_FLAG_GENPTS;  // decoders find out when pictures are shown; muxers can't
     if (!options.start || *options.start <= 0)
         return;
     const int64_t target = std::max(plan.origin - LEAD, plan.origin - *options.start);

@@ -81,6 +81,7 @@ private:
     PacketSink& sink;
     const int stream;
     const bool onlyOne;
+    int64_t nextDts = AV_NOPTS_VALUE;   ///< for packets without time stamps
     std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
     bool begun = false;
 };
@@ -137,6 +138,7 @@ public:
 private:
     void TakeFrame(AVFrame& decoded);
     void Retime(AVFrame& converted, int64_t time, int64_t duration);
+    void RepeatUntil(int64_t time);
     void Encode(AVFrame& converted, int64_t tick, int64_t duration);
     Proc::FramePtr Convert(AVFrame& decoded);
 
@@ -146,9 +148,10 @@ private:
     const AVStream& source;
     const TimeFrame frame;
     Proc::SafeSwsContext scaler;
-    Proc::AVFrameWrapper last;       ///< the picture encoded last, where a constant rate may need it again
+    Proc::AVFrameWrapper last;  ///< the picture taken last, where a constant rate may need it again
     int64_t nextTick = AV_NOPTS_VALUE;
-    int64_t lastEnd = AV_NOPTS_VALUE;  ///< microseconds
+    int64_t lastEnd = AV_NOPTS_VALUE;  ///< microseconds, these two
+    int64_t lastDuration = 0;
 };
 
 struct FreeFifo {

@@ -70,10 +70,10 @@ std::optional<Conf::DisplayMatrix> MatrixOf(const AVCodecParameters& parameters)
     return matrix;
 }
 
-std::string ProfileText(const StreamPlan& stream)
+std::string EncodingText(const StreamPlan& stream)
 {
-    return fmt::format("is encoded as {} by {}", CodecName(stream.encoder->Get()->id),
-                       stream.encoder->Get()->name);
+    return fmt::format("is encoded as {} by {}, {}", CodecName(stream.encoder->Get()->id),
+                       stream.encoder->Get()->name, stream.result);
 }
 
 void PlanRate(StreamPlan& stream, AVFormatContext& input, const AVStream& source,
@@ -93,9 +93,8 @@ void PlanRate(StreamPlan& stream, AVFormatContext& input, const AVStream& source
     }
     stream.frameRate = rate;
     stream.retimed = av_cmp_q(rate, own) != 0;
-    stream.constantRate =
-        !plan.images && (stream.retimed || options.frameRate.num > 0 ||
-                         !(plan.muxer->flags & (AVFMT_VARIABLE_FPS | AVFMT_NOTIMESTAMPS)));
+    stream.constantRate = stream.retimed || options.frameRate.num > 0 ||
+                          !(plan.images || plan.muxer->flags & (AVFMT_VARIABLE_FPS | AVFMT_NOTIMESTAMPS));
 }
 
 }  // namespace
@@ -190,8 +189,9 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
             ThrowRefused(fmt::format("encoder {} has no use for two passes", stream.encoder->Get()->name));
         stream.twoPass = true;
     }
-    stream.text = fmt::format("{}, {}x{} {}, {:.5g} pictures per second", ProfileText(stream), to.width, to.height,
-                              av_get_pix_fmt_name(choice.format), av_q2d(stream.frameRate));
+    stream.result = fmt::format("{}x{} {}, {:.5g} pictures per second", to.width, to.height,
+                                av_get_pix_fmt_name(choice.format), av_q2d(stream.frameRate));
+    stream.text = EncodingText(stream);
     return stream;
 }
 
@@ -237,8 +237,9 @@ StreamPlan PlanAudio(const AVStream& source, AVCodecID target, const std::vector
     audio->sampleInfo = ChooseSampleInfo(*stream.encoder, from, options, rates);
     if (target == parameters.codec_id && parameters.profile >= 0)
         audio->profile = parameters.profile;
-    stream.text = fmt::format("{}, {} Hz, {}, {}", ProfileText(stream), audio->sampleInfo.sampleRate,
-                              *audio->sampleInfo.layout->name, audio->sampleInfo.format->name);
+    stream.result = fmt::format("{} Hz, {}, {}", audio->sampleInfo.sampleRate, *audio->sampleInfo.layout->name,
+                                audio->sampleInfo.format->name);
+    stream.text = EncodingText(stream);
     return stream;
 }
 

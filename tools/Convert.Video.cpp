@@ -12,6 +12,13 @@
 
 namespace Quorva::Tool {
 
+namespace {
+
+/// Pictures may come so many ticks too early or late without one being left out or repeated.
+constexpr double TOLERANCE = 1.1;
+
+}  // namespace
+
 VideoPath::VideoPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder,
                      const AVStream& source, const TimeFrame& frame)
     : plan(plan), decoder(std::move(decoder)), encoder(std::move(encoder)), source(source), frame(frame)
@@ -26,12 +33,8 @@ void VideoPath::Take(AVPacket& packet)
 void VideoPath::Finish()
 {
     decoder.Decode(nullptr, [this](AVFrame& decoded) { TakeFrame(decoded); });
-    if (plan.constantRate && plan.retimed && nextTick != AV_NOPTS_VALUE && last->width > 0) {
-        // The last picture stays as long as it did.
-        const int64_t end = Proc::global_to_stream(lastEnd, encoder.Get().time_base);
-        while (nextTick < end)
-            Encode(*&last, nextTick, 1);
-    }
+    if (plan.retimed && last->width > 0 && !done)
+        RepeatUntil(lastEnd);  // the last picture stays as long as it did
     encoder.Encode(nullptr);
 }
 
@@ -46,8 +49,9 @@ void VideoPath::TakeFrame(AVFrame& decoded)
     if (time == AV_NOPTS_VALUE)
         time = lastEnd == AV_NOPTS_VALUE ? 0 : lastEnd;
     lastEnd = time + duration;
+    lastDuration = duration;
     if (frame.cutStart) {
-        if (lastEnd <= 0)
+        if (time + duration / 2 < 0)
             return;
         time = std::max<int64_t>(time, 0);
     }
@@ -113,34 +117,49 @@ Proc::FramePtr VideoPath::Convert(AVFrame& decoded)
 void VideoPath::Retime(AVFrame& converted, int64_t time, int64_t duration)
 {
     const AVRational base = encoder.Get().time_base;
-    const int64_t ticks = std::max<int64_t>(Proc::global_to_stream(duration, base), 1);
     const int64_t tick = Proc::global_to_stream(time, base);
-    if (!plan.constantRate) {
-        // No picture is lost: two at the same tick follow one another.
-        Encode(converted, nextTick == AV_NOPTS_VALUE ? tick : std::max(tick, nextTick), ticks);
-        return;
-    }
     if (nextTick == AV_NOPTS_VALUE)
         nextTick = tick;
-    // How far the picture is from its place. At its own rate a picture more or less than half a tick off is
-    // only unpunctual.
-    const double drift = static_cast<double>(time) / AV_TIME_BASE / av_q2d(base) - static_cast<double>(nextTick);
-    const double tolerance = plan.retimed ? 0.5 : 1.1;
-    if (drift < -tolerance - 1e-4)
+    if (!plan.constantRate) {
+        // No picture is lost: two at the same tick follow one another.
+        return Encode(converted, std::max(tick, nextTick),
+                      std::max<int64_t>(Proc::global_to_stream(duration, base), 1));
+    }
+    if (plan.retimed) {
+        RepeatUntil(time);
+        last = converted;
         return;
-    const int64_t missing = drift > tolerance + 1e-4 ? std::llround(drift) : 0;
-    for (int64_t i = 0; i < missing; ++i) {
+    }
+    // How far the picture is from its place. One that is a little off is only unpunctual.
+    const double drift =
+        static_cast<double>(time) / AV_TIME_BASE / av_q2d(base) - static_cast<double>(nextTick);
+    if (drift < -TOLERANCE)
+        return;
+    for (int64_t missing = drift > TOLERANCE ? std::llround(drift) : 0; missing > 0; --missing)
         if (last->width > 0)
             Encode(*&last, nextTick, 1);
         else
             ++nextTick;
-    }
     Encode(converted, nextTick, 1);
     last = converted;
 }
 
+/// At another rate than the input's, each tick shows the picture that was to be seen then: `last`, up to `time`.
+void VideoPath::RepeatUntil(int64_t time)
+{
+    const AVRational base = encoder.Get().time_base;
+    // Time stamps are rounded: a picture that comes a little after its tick counts as punctual.
+    const int64_t tolerance = std::min(Proc::stream_to_global(1, base) / 4, lastDuration / 2);
+    while (last->width > 0 && !done && Proc::stream_to_global(nextTick, base) + tolerance < time)
+        Encode(*&last, nextTick, 1);
+}
+
 void VideoPath::Encode(AVFrame& converted, int64_t tick, int64_t duration)
 {
+    if (frame.end && tick >= Proc::global_to_stream(*frame.end, encoder.Get().time_base)) {
+        done = true;
+        return;
+    }
     converted.pts = tick;
     converted.duration = duration;
     nextTick = tick + 1;

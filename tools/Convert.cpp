@@ -122,9 +122,9 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
     command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")->group("Streams");
     command
         .add_option("--decoder-implementation", options.decoderImplementation,
-                    "Who decodes: FFMPEG, NVDEC, DIRECTX, QSV ...")
+                    "Who decodes: ffmpeg, nvdec, directx, qsv")
         ->group("Streams");
-    command.add_option("--encoder-implementation", options.encoderImplementation, "Who encodes")->group("Streams");
+    command.add_option("--encoder-implementation", options.encoderImplementation, "Who encodes: ffmpeg, nvenc, qsv, amf")->group("Streams");
     command.add_option_function<std::string>(
                "--start", [&](const std::string& text) { options.start = ParseTime("--start", text); },
                "Begin here: seconds, or 1:30.5")

@@ -114,7 +114,8 @@ struct StreamPlan {
 
     boost::intrusive_ptr<Conf::AudioCodecDescription> audio;  ///< of the result
 
-    std::string text;  ///< for people: "stream 0: video h264 encoded as av1 by libsvtav1, ..."
+    std::string result;  ///< of encoding, for people: "1280x720 yuv420p, 25 pictures per second"
+    std::string text;    ///< for people: "stream 0: video h264 encoded as av1 by libsvtav1, ..."
 };
 
 /// Everything that is decided before the first packet is read.
