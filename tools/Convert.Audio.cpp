@@ -69,6 +69,11 @@ void AudioPath::Finish()
     decoder.Decode(nullptr, [this](AVFrame& decoded) { TakeFrame(decoded); });
     if (resampler)
         Convert(nullptr);
+    const AVCodecContext& target = encoder.Get();
+    // FFmpeg's WMA decoder never gives the last frame.
+    if (!done && received != AV_NOPTS_VALUE &&
+        (target.codec_id == AV_CODEC_ID_WMAV1 || target.codec_id == AV_CODEC_ID_WMAV2))
+        Silence(target.frame_size);
     Encode(true);
     encoder.Encode(nullptr);
 }

@@ -157,7 +157,7 @@ bool Holds(const AVOutputFormat& muxer, AVCodecID codec)
 {
     const int known = avformat_query_codec(&muxer, codec, FF_COMPLIANCE_NORMAL);
     if (known >= 0)
-        return known == 1;
+        return known > 0;
     const CodecsRow* const row = FindCodecs(muxer);
     return !row || !row->complete || Contains(*row, codec);
 }

@@ -96,6 +96,10 @@ void Planner::ChooseFormat()
 {
     plan.format = options.format;
     const auto& writable = Proc::GetFFMPEGSupportedOutputFormats();
+    // People give extensions for formats: mkv.
+    if (const std::string meant = FormatForPath("x." + plan.format);
+        !plan.format.empty() && !writable.contains(plan.format) && !meant.empty())
+        plan.format = meant;
     if (plan.format.empty()) {
         plan.format = FormatForPath(options.output);
         if (plan.format.empty())

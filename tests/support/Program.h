@@ -60,10 +60,11 @@ struct Outcome {
     }
 };
 
-/// Runs the program with descriptors `in`, `out` and `error` as its standard ones, and waits for it.
-inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out, int error)
+/// Starts `program` with descriptors `in`, `out` and `error` as its standard ones. 0: it could not be.
+inline pid_t Start(const std::vector<std::string>& arguments, int in, int out, int error,
+                   const char* program = TESSADRIN_PROGRAM)
 {
-    std::vector<char*> argv{const_cast<char*>(TESSADRIN_PROGRAM)};
+    std::vector<char*> argv{const_cast<char*>(program)};
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
@@ -73,12 +74,18 @@ inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out,
     posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, error, STDERR_FILENO);
     pid_t child = 0;
-    const int spawned = posix_spawn(&child, TESSADRIN_PROGRAM, &actions, nullptr, argv.data(), environ);
+    const int spawned = posix_spawnp(&child, program, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    EXPECT_EQ(spawned, 0) << TESSADRIN_PROGRAM;
+    EXPECT_EQ(spawned, 0) << program;
+    return spawned == 0 ? child : 0;
+}
+
+/// Waits for what Start() started.
+inline Outcome WaitFor(pid_t child)
+{
     int status = 0;
     Outcome outcome;
-    if (spawned != 0 || waitpid(child, &status, 0) != child)
+    if (child == 0 || waitpid(child, &status, 0) != child)
         return outcome;
     if (WIFEXITED(status))
         outcome.code = WEXITSTATUS(status);
@@ -87,8 +94,13 @@ inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out,
     return outcome;
 }
 
-/// Runs the program with its output in files, which are no terminals.
-inline Outcome RunProgram(const std::vector<std::string>& arguments)
+inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out, int error)
+{
+    return WaitFor(Start(arguments, in, out, error));
+}
+
+/// Runs a program with its output in files, which are no terminals.
+inline Outcome RunProgram(const std::vector<std::string>& arguments, const char* program = TESSADRIN_PROGRAM)
 {
     const TemporaryFolder folder;
     const auto open = [&](const char* name) {
@@ -99,7 +111,7 @@ inline Outcome RunProgram(const std::vector<std::string>& arguments)
         return std::string(std::istreambuf_iterator<char>(file), {});
     };
     const int descriptors[] = {open("in"), open("out"), open("error")};
-    Outcome outcome = RunOn(arguments, descriptors[0], descriptors[1], descriptors[2]);
+    Outcome outcome = WaitFor(Start(arguments, descriptors[0], descriptors[1], descriptors[2], program));
     for (const int descriptor : descriptors)
         close(descriptor);
     outcome.output = content("out");

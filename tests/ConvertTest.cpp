@@ -1,0 +1,402 @@
+// `tessadrin convert`, its results judged by FFmpeg's own commands.
+#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "tests/support/Judge.h"
+#include "tests/support/MadeMedia.h"
+#include "tests/support/Program.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cmath>
+
+namespace {
+
+using nlohmann::json;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::string Made(const char* file)
+{
+    av_log_set_level(AV_LOG_ERROR);
+    return Quorva::Media::MadeFile(file).native();
+}
+
+std::vector<std::string> Words(const std::string& text)
+{
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+Outcome Convert(const std::string& input, const std::string& output, const std::string& options = "")
+{
+    std::vector<std::string> arguments = {"convert", input, output};
+    for (const std::string& word : Words(options))
+        arguments.push_back(word);
+    return RunProgram(arguments);
+}
+
+std::string CodecsOf(const json& description)
+{
+    std::vector<std::string> names;
+    for (const json& stream : description["streams"])
+        names.push_back(stream.value("codec_name", stream["codec_type"].get<std::string>()));
+    return fmt::format("{}", fmt::join(names, "+"));
+}
+
+/// The files beside the outputs that a conversion must not leave.
+std::vector<std::string> FilesIn(const TemporaryFolder& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path))
+        names.push_back(entry.path().filename());
+    std::ranges::sort(names);
+    return names;
+}
+
+struct Row {
+    const char* input;
+    const char* output;
+    const char* options;
+    const char* codecs;  ///< of the result, in their order
+    /// Not null: the result has the same frames and samples as the ffmpeg command's with these settings;
+    /// "packets": the same packets as the input.
+    const char* same = nullptr;
+};
+
+const Row ROWS[] = {
+    // streams that go over as they are
+    {"h264-aac.mp4", "a.mkv", "", "h264+aac", "packets"},
+    {"h264-aac.mp4", "a.mov", "", "h264+aac", "packets"},
+    {"h264-aac.mp4", "a.flv", "", "h264+aac", "packets"},
+    {"h264-aac.mp4", "a.3gp", "", "h264+aac", "packets"},
+    {"h264-aac.mp4", "a.m4a", "", "aac", "packets"},
+    {"h264-aac.mp4", "a.mka", "", "aac", "packets"},
+    {"h264-aac.mp4", "a.ts", "", "h264+aac"},
+    {"h264-aac.mp4", "a.aac", "", "aac"},
+    {"h264-flac-srt.mkv", "a.mkv", "", "h264+flac+subrip", "packets"},
+    {"h264-flac-srt.mkv", "a.mp4", "", "h264+flac", "packets"},
+    {"h264-flac-srt.mkv", "a.mp4", "--audio-codec copy --video-codec none", "flac", "packets"},
+    {"hevc-opus-ass.mkv", "a.mp4", "", "hevc+opus", "packets"},
+    {"mpeg2-ac3.vob", "a.mkv", "", "mpeg2video+ac3", "packets"},
+    {"h264-aac.ts", "a.mp4", "", "h264+aac"},
+    {"mpeg2-mp2-dvbsub.ts", "a.mkv", "", "mpeg2video+mp2+dvb_subtitle"},
+    {"vp9-opus.webm", "a.mp4", "", "vp9+opus", "packets"},
+    {"theora-vorbis.ogv", "a.mkv", "", "theora+vorbis"},
+    {"pal.dv", "a.avi", "--video-codec copy", "dvvideo+pcm_s16le"},
+    {"mpeg4-mp3.avi", "a.mkv", "", "mpeg4+mp3", "packets"},
+    {"cover.mp3", "a.mp3", "", "mp3+png", "packets"},
+    {"cover.mp3", "a.mka", "", "mp3+png"},
+    {"cover.mp3", "a.flac", "", "flac+png"},
+    // nothing is lost
+    {"h264-aac.mp4", "a.mkv", "--video-codec ffv1 --audio-codec flac", "ffv1+flac", "-c:v ffv1 -c:a flac"},
+    {"h264-aac.mp4", "a.avi", "--video-codec rawvideo --audio-codec pcm_s16le", "rawvideo+pcm_s16le",
+     "-c:v rawvideo -c:a pcm_s16le"},
+    {"v210.mov", "a.mkv", "--video-codec ffv1", "ffv1", "-c:v ffv1"},
+    {"h264-aac.mp4", "a.wav", "", "pcm_s16le", "-vn"},
+    {"h264-aac.mp4", "a.flac", "", "flac", "-vn"},
+    {"h264-aac.mp4", "a.aiff", "", "pcm_s16be", "-vn"},
+    {"surround.flac", "a.wav", "", "pcm_s16le", ""},
+    {"surround.flac", "a.wav", "--channels 2", "pcm_s16le", "-ac 2"},
+    {"s24.w64", "a.flac", "", "flac", ""},
+    {"s16.wav", "a.wav", "--sample-rate 48000", "pcm_s16le", "-ar 48000"},
+    {"f64.wav", "a.wav", "", "pcm_f64le", "-c:a copy"},
+    {"rgb24.png", "a.bmp", "", "bmp", ""},
+    {"gray16.png", "a.tiff", "", "tiff", ""},
+    {"animated.apng", "a.mov", "--video-codec png", "png", "-c:v png"},
+    // the rest
+    {"h264-aac.mp4", "a.avi", "", "mpeg4+mp3"},
+    {"h264-aac.mp4", "a.webm", "", "vp9+opus"},
+    {"h264-aac.mp4", "a.ogv", "", "theora+vorbis"},
+    {"h264-aac.mp4", "a.wmv", "", "wmv2+wmav2"},
+    {"h264-aac.mp4", "a.mxf", "", "mpeg2video+pcm_s16le"},
+    {"h264-aac.mp4", "a.mpg", "", "mpeg1video+mp2"},
+    {"h264-aac.mp4", "a.vob", "", "mpeg2video+mp2"},
+    {"h264-aac.mp4", "a.gif", "", "gif"},
+    {"h264-aac.mp4", "a.apng", "", "apng"},
+    {"h264-aac.mp4", "a%03d.png", "", "png"},
+    {"h264-aac.mp4", "a.mp3", "", "mp3"},
+    {"h264-aac.mp4", "a.opus", "", "opus"},
+    {"h264-aac.mp4", "a.oga", "", "flac"},
+    {"h264-aac.mp4", "a.caf", "", "pcm_s16be"},
+    {"h264-aac.mp4", "a.ac3", "", "ac3"},
+    {"h264-aac.mp4", "a.mkv", "--video-codec hevc", "hevc+aac"},
+    {"h264-aac.mp4", "a.mkv", "--video-codec av1", "av1+aac"},
+    {"h264-aac.mp4", "a.mp4", "--bitrate 200k --two-pass", "h264+aac"},
+    {"surround.flac", "a.m4a", "", "aac"},
+    {"animated.gif", "a.mp4", "", "h264"},
+    {"theora-vorbis.ogv", "a.mp4", "", "h264+aac"},
+    {"wmv2-wmav2.wmv", "a.mkv", "", "h264+aac"},
+};
+
+/// As long as the input's, with as many pictures. Encoders of sound fill up their last frame, and some formats
+/// can't say where it ends.
+void CheckLength(const JudgedStream& before, const JudgedStream& after, double tick)
+{
+    if (before.kind == "video") {
+        EXPECT_EQ(after.hashes.size(), before.hashes.size());
+        EXPECT_NEAR(after.end - after.first, before.end - before.first, tick);
+    } else {
+        EXPECT_GE(after.sum, before.sum - 0.002);
+        EXPECT_LE(after.sum, before.sum + 0.1);
+    }
+}
+
+const JudgedStream* FirstOf(const std::vector<JudgedStream>& streams, const std::string& kind)
+{
+    const auto found = std::ranges::find(streams, kind, &JudgedStream::kind);
+    return found == streams.end() ? nullptr : &*found;
+}
+
+TEST(Convert, GivesWhatFFmpegReadsAsTheSame)
+{
+    std::map<std::string, std::vector<JudgedStream>> inputs;
+    const std::vector<std::string> decoded = {"-map", "0:V?", "-map", "0:a?"};
+    for (const Row& row : ROWS) {
+        SCOPED_TRACE(fmt::format("{} to {} {}", row.input, row.output, row.options));
+        const TemporaryFolder folder;
+        const std::string input = Made(row.input);
+        const std::string output = folder.At(row.output);
+        const Outcome outcome = Convert(input, output, row.options);
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        EXPECT_EQ(CodecsOf(Describe(output)), row.codecs) << outcome.errors;
+
+        auto [before, isNew] = inputs.try_emplace(input);
+        if (isNew)
+            before->second = Judge(input, decoded);
+        const std::vector<JudgedStream> after = Judge(output, decoded);
+        for (const char* kind : {"video", "audio"})
+            if (const JudgedStream* stream = FirstOf(after, kind))
+                CheckLength(*FirstOf(before->second, kind), *stream, 0.0401);
+        if (!row.same)
+            continue;
+        const bool packets = row.same == std::string("packets");
+        std::vector<std::string> way = decoded;
+        std::string reference = input;
+        if (packets) {
+            way.insert(way.end(), {"-c", "copy"});
+        } else {
+            reference = folder.At(std::string("reference-") + row.output);
+            std::vector<std::string> arguments = {"-i", input, reference};
+            const std::vector<std::string> words = Words(row.same);
+            arguments.insert(arguments.begin() + 2, words.begin(), words.end());
+            RunFFmpeg(arguments);
+            way.insert(way.end(), {"-af", "asetnsamples=512:pad=0"});
+        }
+        const std::vector<JudgedStream> expected = Judge(reference, way);
+        for (const JudgedStream& stream : Judge(output, way))
+            EXPECT_EQ(stream.hashes, FirstOf(expected, stream.kind)->hashes);
+    }
+}
+
+/// A film with all that may get lost: tags, chapters, languages, rotation, colours, aspect, an attached file.
+std::string MakeRichFilm(const TemporaryFolder& folder)
+{
+    const std::string plain = folder.At("plain.mp4");
+    const std::string path = folder.At("rich.mkv");
+    const std::string chapters = folder.Put("chapters.txt",
+                                            ";FFMETADATA1\ntitle=A title\nartist=Somebody\n[CHAPTER]\nTIMEBASE=1/1000\n"
+                                            "START=0\nEND=500\ntitle=First\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=500\n"
+                                            "END=1000\ntitle=Second\n");
+    RunFFmpeg({"-f", "lavfi", "-i", 
+               "testsrc2=s=128x96:r=25:d=1,setsar=4/3,format=yuv420p,setparams=color_primaries=bt2020:color_trc=smpte2084:"
+               "colorspace=bt2020nc:range=tv",
+               "-f", "lavfi", "-i", "sine=d=1", "-c:v",
+               "libx264", "-profile:v", "high", "-c:a", "flac", "-strict", "-2",
+               "-metadata:s:a:0", "language=deu", plain});
+    RunFFmpeg({"-display_rotation", "90", "-i", plain, "-i", chapters, "-map", "0", "-map_metadata", "1",
+               "-map_chapters", "1", "-c", "copy", "-attach", chapters, "-metadata:s:t", "mimetype=text/plain",
+               path});
+    return path;
+}
+
+TEST(Convert, KeepsWhatTheContainerCanHold)
+{
+    const TemporaryFolder folder;
+    const std::string rich = MakeRichFilm(folder);
+    for (const bool encoded : {false, true}) {
+        for (const char* name : {"out.mkv", "out.mp4"}) {
+            SCOPED_TRACE(fmt::format("{} {}", encoded ? "encoded" : "copied", name));
+            const std::string output = folder.At(name);
+            const Outcome outcome = Convert(rich, output, encoded ? "--overwrite --quality 40" : "--overwrite");
+            ASSERT_EQ(outcome.code, 0) << outcome.errors;
+            const json file = Describe(output);
+            json tags;
+            for (const auto& [key, value] : file["format"]["tags"].items()) {
+                std::string lower = key;
+                std::ranges::transform(lower, lower.begin(), [](char c) { return std::tolower(c); });
+                tags[lower] = value;
+            }
+            const std::pair<const char*, json> members[] = {
+                {"/chapters/1/tags/title", "Second"},
+                {"/chapters/1/start_time", "0.500000"},
+                {"/streams/0/sample_aspect_ratio", "4:3"},
+                {"/streams/0/profile", "High"},
+                {"/streams/0/color_primaries", "bt2020"},
+                {"/streams/0/color_transfer", "smpte2084"},
+                {"/streams/0/color_space", "bt2020nc"},
+                {"/streams/0/color_range", "tv"},
+                {"/streams/0/side_data_list/0/rotation", 90},
+                {"/streams/1/tags/language", "deu"},
+            };
+            EXPECT_EQ(tags.value("title", ""), "A title");
+            EXPECT_EQ(tags.value("artist", ""), "Somebody");
+            for (const auto& [pointer, value] : members)
+                EXPECT_EQ(Member(file, pointer), value) << pointer;
+            if (name == std::string("out.mkv"))
+                EXPECT_EQ(Member(file, "/streams/2/tags/filename"), "chapters.txt");
+            else
+                EXPECT_THAT(outcome.errors, HasSubstr("stream 2: attachment"));
+        }
+    }
+}
+
+TEST(Convert, ChangesWhatIsAskedFor)
+{
+    const TemporaryFolder folder;
+    const std::string input = Made("h264-aac.mp4");
+    const struct {
+        const char* options;
+        const char* entry;
+        json values;  ///< of the first two streams
+    } rows[] = {
+        {"--size 64x", "height", {48}},
+        {"--size 100x50", "sample_aspect_ratio", {"2:3"}},
+        {"--frame-rate 10", "nb_frames", {"10"}},
+        {"--frame-rate 30000/1001", "nb_frames", {"30"}},
+        {"--pixel-format yuv444p", "pix_fmt", {"yuv444p"}},
+        {"--start 0.3 --duration 0.4", "duration", {"0.400000", "0.400000"}},
+        {"--video-codec none --sample-rate 22050", "sample_rate", {"22050"}},
+        {"--video-codec none --channels mono", "channels", {1}},
+        {"--map a:0 --map 0", "codec_type", {"audio", "video"}},
+        {"--option g=5 --option preset=ultrafast", "has_b_frames", {0}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.options);
+        const std::string output = folder.At("out.mp4");
+        const Outcome outcome = Convert(input, output, std::string("--overwrite ") + row.options);
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        const json file = Describe(output);
+        for (size_t i = 0; i < row.values.size(); ++i)
+            EXPECT_EQ(Member(file, fmt::format("/streams/{}/{}", i, row.entry)), row.values[i]);
+    }
+    const auto sizeAt = [&](const char* quality) {
+        EXPECT_EQ(Convert(input, folder.At("q.mp4"), std::string("--overwrite --quality ") + quality).code, 0);
+        return std::filesystem::file_size(folder.At("q.mp4"));
+    };
+    EXPECT_GT(sizeAt("10"), 2 * sizeAt("80"));
+}
+
+TEST(Convert, RefusesWithOneLineAndLeavesNothing)
+{
+    const TemporaryFolder folder;
+    const std::string input = Made("h264-aac.mp4");
+    const std::string damaged = folder.Put("damaged.png", "\x89PNG\r\n\x1a\n" + std::string(5000, 'x'));
+    const struct {
+        std::string input;
+        const char* output;
+        const char* options;
+        int code;
+        const char* text;
+    } rows[] = {
+        {input, "a.mp4", "--option prest=fast", 2, "did you mean 'preset'?"},
+        {input, "a.mp4", "--option coder=cabax", 2, "did you mean 'cabac'?"},
+        {input, "a.mp4", "--video-codec h265", 2, "it is called hevc here"},
+        {input, "a.xyz", "", 2, "--format does"},
+        {input, "a.mp4", "--format matroxka", 2, "did you mean 'matroska'?"},
+        {input, "a.mp4", "--video-codec copy --size 64x48", 2, "leave its other options out"},
+        {input, "a.mp4", "--map 7", 2, "matches no stream; there are 2"},
+        {input, "a.mp4", "--encoder-implementation nvenc", 1, "nvenc"},
+        {input, "a.webm", "--video-codec h264", 1, "webm doesn't hold h264"},
+        {input, "a.dv", "", 1, "encoder dvvideo refuses 128x96"},
+        {folder.At("missing.mp4"), "a.mp4", "", 1, "No such file"},
+        {damaged, "a.jpg", "", 1, "damaged.png: "},
+        {input, "nowhere/a.mp4", "", 1, "nowhere/a.mp4: can't be written: No such file or directory"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const Outcome outcome = Convert(row.input, folder.At(row.output), row.options);
+        EXPECT_EQ(outcome.code, row.code);
+        ASSERT_FALSE(outcome.ErrorLines().empty());
+        EXPECT_THAT(outcome.ErrorLines().back(), HasSubstr(row.text));
+        EXPECT_THAT(FilesIn(folder), testing::ElementsAre("damaged.png"));
+    }
+}
+
+TEST(Convert, ReplacesNothingUnlessItIsComplete)
+{
+    const TemporaryFolder folder;
+    const std::string input = Made("h264-aac.mp4");
+    const std::string there = folder.Put("there.mkv", "precious");
+    Outcome outcome = Convert(input, there);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.errors, HasSubstr("there.mkv: is there already; --overwrite replaces it"));
+
+    // The system takes no more than 4 KiB, as a full disk would.
+    const std::string line = std::string("trap '' XFSZ; ulimit -f 8; exec ") + TESSADRIN_PROGRAM +
+                             " convert \"$0\" \"$1\" --overwrite $2";
+    outcome = RunProgram({"-c", line, input, there}, "sh");
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.ErrorLines().back(), HasSubstr("there.mkv: "));
+    EXPECT_THAT(outcome.ErrorLines().back(), HasSubstr("File too large"));
+    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("there.mkv"));
+    EXPECT_EQ(std::filesystem::file_size(there), 8u);
+
+    outcome = RunProgram({"-c", line, input, there, "--keep-partial"}, "sh");
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("there.mkv", "there.mkv.part"));
+    std::filesystem::remove(there + ".part");
+
+    EXPECT_EQ(Convert(input, there, "--overwrite").code, 0);
+    EXPECT_GT(std::filesystem::file_size(there), 8u);
+    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("there.mkv"));
+}
+
+TEST(Convert, WritesIntoPipes)
+{
+    const TemporaryFolder folder;
+    const std::string input = Made("h264-aac.mp4");
+    Outcome outcome = RunProgram({"convert", input, "-", "--format", "mkv", "--progress", "json"});
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    const std::string path = folder.Put("piped.mkv", outcome.output);
+    EXPECT_EQ(CodecsOf(Describe(path)), "h264+aac");
+    EXPECT_EQ(Judge(path, {"-map", "0:v"})[0].hashes.size(), 25u);
+    EXPECT_THAT(outcome.errors, HasSubstr("\"state\":\"complete\""));
+
+    outcome = RunProgram({"convert", input, "-", "--format", "mp4"});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.errors, HasSubstr("can't be written into a pipe"));
+}
+
+TEST(Convert, EndsWellWhenInterrupted)
+{
+    const TemporaryFolder folder;
+    const std::string input = Made("h264-aac.mp4");
+    const std::string output = folder.At("stopped.mkv");
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const pid_t child = Start({"convert", input, output, "--size", "1280x960", "--option", "preset=placebo",
+                               "--threads", "1", "--progress", "json"},
+                              nothing, ends[1], nothing);
+    close(ends[1]);
+    char letter = 0;
+    // The first line comes with the first packet, long before the last of the large pictures is encoded.
+    ASSERT_EQ(read(ends[0], &letter, 1), 1);
+    kill(child, SIGINT);
+    const Outcome outcome = WaitFor(child);
+    std::string rest(65536, '\0');
+    rest.resize(static_cast<size_t>(std::max<ssize_t>(read(ends[0], rest.data(), rest.size()), 0)));
+    close(ends[0]);
+    close(nothing);
+    EXPECT_EQ(outcome.code, 130);
+    EXPECT_THAT(rest, HasSubstr("\"state\":\"stopped\""));
+    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("stopped.mkv"));
+    const size_t pictures = Judge(output, {"-map", "0:v"})[0].hashes.size();
+    EXPECT_GE(pictures, 1u);
+    EXPECT_LT(pictures, 25u);
+}
+
+}  // namespace
