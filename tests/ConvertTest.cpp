@@ -313,6 +313,7 @@ TEST(Convert, RefusesWithOneLineAndLeavesNothing)
         {input, "a.dv", "", 1, "encoder dvvideo refuses 128x96"},
         {folder.At("missing.mp4"), "a.mp4", "", 1, "No such file"},
         {damaged, "a.jpg", "", 1, "damaged.png: "},
+        {Made("h264-flac-srt.mkv"), "a.mkv", "--map s --duration 0", 1, "no packet was written"},
         {input, "nowhere/a.mp4", "", 1, "nowhere/a.mp4: can't be written: No such file or directory"},
     };
     for (const auto& row : rows) {

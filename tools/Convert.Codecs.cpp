@@ -89,7 +89,7 @@ void CopyPath::Send(AVPacket& packet)
     const int64_t origin = Proc::global_to_stream(frame.origin, source.time_base);
     // Some containers stamp only one packet of several.
     if (packet.dts == AV_NOPTS_VALUE)
-        packet.dts = nextDts;
+        packet.dts = nextDts == AV_NOPTS_VALUE && packet.pts == AV_NOPTS_VALUE ? 0 : nextDts;
     if (packet.pts == AV_NOPTS_VALUE)
         packet.pts = packet.dts;
     nextDts = packet.dts == AV_NOPTS_VALUE ? packet.dts : packet.dts + std::max<int64_t>(packet.duration, 0);

@@ -11,6 +11,7 @@
 #include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
+#include <span>
 
 namespace Quorva::Tool {
 
@@ -22,6 +23,14 @@ constexpr int IO_BUFFER = 256 * 1024;
 {
     Proc::Details::Raise(Core::MemoryException(fmt::format("Unable to allocate memory for {}", what), size));
 }
+
+[[noreturn]] void ThrowEmpty()
+{
+    Proc::Details::Raise(Proc::ProcException() << TagDescription("nothing came of it: no packet was written")
+                                               << TagFailureKind(FailureKind::InvalidData));
+}
+
+bool IsAttachment(const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT; }
 
 [[noreturn]] void ThrowStopped()
 {
@@ -204,11 +213,14 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
     if (packet.pts != AV_NOPTS_VALUE)
         position = std::max(position, Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0),
                                                              target.time_base));
+    ++packets;
     Check("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
 }
 
 void Output::Finish()
 {
+    if (packets == 0 && !std::ranges::any_of(std::span(context->streams, context->nb_streams), IsAttachment))
+        ThrowEmpty();
     Check("refuses the last packets", av_interleaved_write_frame(context.get(), nullptr));
     const int result = av_write_trailer(context.get());
     if (file)

@@ -35,6 +35,7 @@ public:
     void Begin();
     void Write(AVPacket& packet, int stream, AVRational timeBase) override;
     /// Writes what is held back, and the trailer. The streams are gone then.
+    /// @throws Quorva::Exception  it fails, or nothing at all was written
     void Finish();
 
     /// The end of what was written last, microseconds; of any stream.
@@ -65,6 +66,7 @@ private:
     std::exception_ptr failure;  ///< the first that a stream threw
     uint64_t closedBytes = 0;    ///< of pictures that are complete
     int64_t position = 0;
+    uint64_t packets = 0;
     std::vector<int64_t> lastDts;  ///< of each stream, in its time base
     bool begun = false;
     TargetPointer file;  ///< none for pictures

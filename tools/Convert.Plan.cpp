@@ -304,6 +304,9 @@ void Planner::TreatFilm(const AVStream& stream)
         if (!plan.images && !Holds(*plan.muxer, codec))
             ThrowRefused(fmt::format("{} doesn't hold {} ({}): it can't be copied", plan.format, CodecName(codec),
                                      Describe(stream)));
+        if (input.iformat->flags & AVFMT_NOTIMESTAMPS && stream.codecpar->video_delay > 0 &&
+            !(plan.muxer->flags & AVFMT_NOTIMESTAMPS))
+            plan.notes.push_back(fmt::format("stream {}: when its pictures are shown is not known before they are decoded: a copy may show them in another order", stream.index));
         return Copy(stream);
     }
     // What is usual in the container goes there as it is, unless the result is to be another or to begin and
@@ -311,12 +314,16 @@ void Planner::TreatFilm(const AVStream& stream)
     const std::vector<int> rates = SampleRatesOf(*plan.muxer, codec);
     const bool rateFits = kind != AVMEDIA_TYPE_AUDIO || rates.empty() ||
                           std::ranges::find(rates, stream.codecpar->sample_rate) != rates.end();
-    const bool untouched = !DemandsEncoding(kind) && !options.start && !options.duration &&
+    // Raw streams don't say when pictures are shown that come in another order.
+    const bool isOrderKnown = !(input.iformat->flags & AVFMT_NOTIMESTAMPS) || stream.codecpar->video_delay == 0;
+    const bool untouched = isOrderKnown && !DemandsEncoding(kind) && !options.start && !options.duration &&
                            options.encoderOptions.empty() && options.encoderImplementation.empty();
     if (asked.empty() && untouched && rateFits && !plan.images && IsUsual(*plan.muxer, codec) &&
         Holds(*plan.muxer, codec))
         return Copy(stream);
 
+    if (stream.codecpar->format < 0)
+        return LeaveOut(stream, "it can't be decoded");
     const AVCodecID target = TargetOf(stream);
     if (target == AV_CODEC_ID_NONE)
         ThrowRefused(fmt::format("no codec is known for {} in {}", Proc::GetMediaTypeName(kind), plan.format));

@@ -43,6 +43,21 @@ FrameSize TargetSize(const FrameSize& from, const std::optional<FrameSize>& aske
     return size;
 }
 
+/// Encoders of H.264 and HEVC refuse halves of chroma samples.
+void MakeEven(FrameSize& size, AVPixelFormat format, const AVCodec& encoder, std::vector<std::string>& notes)
+{
+    int horizontal = 0, vertical = 0;
+    if (av_pix_fmt_get_chroma_sub_sample(format, &horizontal, &vertical) < 0)
+        return;
+    const FrameSize even{std::max(size.width >> horizontal, 1) << horizontal,
+                         std::max(size.height >> vertical, 1) << vertical};
+    if (even == size)
+        return;
+    notes.push_back(fmt::format("{} takes no odd sizes: {}x{} becomes {}x{}", encoder.name, size.width, size.height,
+                                even.width, even.height));
+    size = even;
+}
+
 /// The shape of pixels that keeps the picture's shape.
 AVRational TargetAspect(const FrameSize& from, const FrameSize& to, AVRational aspect, bool freeSide)
 {
@@ -151,14 +166,6 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
         Proc::GetStreamAspect(&source, num, den);
         av_reduce(&aspect.num, &aspect.den, num, den, 65535);
     }
-    const FrameSize to = TargetSize(size, options.size, aspect);
-    const bool freeSide = options.size && (options.size->width == 0 || options.size->height == 0);
-    const AVRational toAspect = TargetAspect(size, to, aspect, freeSide);
-    video->width = static_cast<unsigned>(to.width);
-    video->height = static_cast<unsigned>(to.height);
-    video->pixelAspectX = static_cast<unsigned>(toAspect.num);
-    video->pixelAspectY = static_cast<unsigned>(toAspect.den);
-
     const AVCodecDescriptor* descriptor = avcodec_descriptor_get(target);
     const bool lossless = descriptor && !(descriptor->props & AV_CODEC_PROP_LOSSY);
     const auto from = static_cast<AVPixelFormat>(parameters.format);
@@ -166,6 +173,16 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
         *stream.encoder, from, parameters.color_range, options.pixelFormat,
         // Only these have a place for the range beside the stream.
         lossless && container.rotation && IsFullRange(from, parameters.color_range));
+    FrameSize to = TargetSize(size, options.size, aspect);
+    if (!options.size && (target == AV_CODEC_ID_H264 || target == AV_CODEC_ID_HEVC))
+        MakeEven(to, choice.format, *stream.encoder->Get(), plan.notes);
+    const bool freeSide = options.size && (options.size->width == 0 || options.size->height == 0);
+    const AVRational toAspect = TargetAspect(size, to, aspect, freeSide);
+    video->width = static_cast<unsigned>(to.width);
+    video->height = static_cast<unsigned>(to.height);
+    video->pixelAspectX = static_cast<unsigned>(toAspect.num);
+    video->pixelAspectY = static_cast<unsigned>(toAspect.den);
+
     video->pixelFormat = Proc::PixelFormatQuorvaFromFFMPEGSafe(choice.format);
     stream.fullRange = choice.fullRange;
 

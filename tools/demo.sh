@@ -96,4 +96,30 @@ for folder in "$beside" "${TESSADRIN_MEDIA:-}"; do
     echo "Found: $((files - ${#failures[@]})) of $files files recognised and read to the end, in $took ms."
     list 'Did not work:' "${failures[@]}"
 done
+
+# A conversion, with a picture to judge it by: the first and the last picture before and after it, above one another.
+result=$(cd -P "$tools/.." && pwd)/demo
+rm -rf "$result"
+mkdir "$result"
+cp "$work/made/h264-flac-srt.mkv" "$result/film.mkv"
+printf '\nA film converted, and its first and last pictures before and after:\n\n'
+"$tools/tessadrin" convert "$result/film.mkv" "$result/film.webm" --size 384x --frame-rate 50 --quality 20
+for film in mkv webm; do
+    "$tools/tessadrin" -q convert "$result/film.$film" "$work/$film%04d.ppm" --size 384x288
+done
+tiles=()
+for which in 1 -1; do
+    for film in mkv webm; do
+        pictures=("$work/$film"*.ppm)
+        tiles+=("${pictures[${which/#1/0}]}")
+    done
+done
+{
+    printf 'P6\n384 %d\n255\n' $((288 * ${#tiles[@]}))
+    for tile in "${tiles[@]}"; do
+        tail -c $((384 * 288 * 3)) "$tile"
+    done
+} >"$work/sheet.ppm"
+"$tools/tessadrin" -q convert "$work/sheet.ppm" "$result/sheet.png"
+printf '\nLook at %s: first before, first after, last before, last after.\n' "$result/sheet.png"
 ((${#wrong[@]} == 0))
