@@ -8,8 +8,8 @@
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 
 namespace {
 
@@ -89,6 +89,7 @@ const Row ROWS[] = {
     {"mpeg4-mp3.avi", "a.mkv", "", "mpeg4+mp3", "packets"},
     {"cover.mp3", "a.mp3", "", "mp3+png", "packets"},
     {"cover.mp3", "a.mka", "", "mp3+png"},
+    {"cover.mp3", "a.m4a", "", "aac+png"},
     {"cover.mp3", "a.flac", "", "flac+png"},
     // nothing is lost
     {"h264-aac.mp4", "a.mkv", "--video-codec ffv1 --audio-codec flac", "ffv1+flac", "-c:v ffv1 -c:a flac"},
@@ -131,8 +132,8 @@ const Row ROWS[] = {
     {"wmv2-wmav2.wmv", "a.mkv", "", "h264+aac"},
 };
 
-/// As long as the input's, with as many pictures. Encoders of sound fill up their last frame, and some formats
-/// can't say where it ends.
+/// As long as the input's, with as many pictures. Encoders of sound fill up their last frame, and some
+/// formats can't say where it ends.
 void CheckLength(const JudgedStream& before, const JudgedStream& after, double tick)
 {
     if (before.kind == "video") {
@@ -196,19 +197,20 @@ std::string MakeRichFilm(const TemporaryFolder& folder)
 {
     const std::string plain = folder.At("plain.mp4");
     const std::string path = folder.At("rich.mkv");
-    const std::string chapters = folder.Put("chapters.txt",
-                                            ";FFMETADATA1\ntitle=A title\nartist=Somebody\n[CHAPTER]\nTIMEBASE=1/1000\n"
-                                            "START=0\nEND=500\ntitle=First\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=500\n"
-                                            "END=1000\ntitle=Second\n");
-    RunFFmpeg({"-f", "lavfi", "-i", 
-               "testsrc2=s=128x96:r=25:d=1,setsar=4/3,format=yuv420p,setparams=color_primaries=bt2020:color_trc=smpte2084:"
+    const std::string chapters =
+        folder.Put("chapters.txt",
+                   ";FFMETADATA1\ntitle=A title\nartist=Somebody\n[CHAPTER]\nTIMEBASE=1/1000\n"
+                   "START=0\nEND=500\ntitle=First\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=500\n"
+                   "END=1000\ntitle=Second\n");
+    RunFFmpeg({"-f", "lavfi", "-i",
+               "testsrc2=s=128x96:r=25:d=1,setsar=4/"
+               "3,format=yuv420p,setparams=color_primaries=bt2020:color_trc=smpte2084:"
                "colorspace=bt2020nc:range=tv",
-               "-f", "lavfi", "-i", "sine=d=1", "-c:v",
-               "libx264", "-profile:v", "high", "-c:a", "flac", "-strict", "-2",
-               "-metadata:s:a:0", "language=deu", plain});
+               "-f", "lavfi", "-i", "sine=d=1", "-c:v", "libx264", "-profile:v", "high", "-c:a", "flac",
+               "-strict", "-2", "-metadata:s:a:0", "language=deu", plain});
     RunFFmpeg({"-display_rotation", "90", "-i", plain, "-i", chapters, "-map", "0", "-map_metadata", "1",
-               "-map_chapters", "1", "-c", "copy", "-attach", chapters, "-metadata:s:t", "mimetype=text/plain",
-               path});
+               "-map_chapters", "1", "-c", "copy", "-attach", chapters, "-metadata:s:t",
+               "mimetype=text/plain", path});
     return path;
 }
 
@@ -220,7 +222,8 @@ TEST(Convert, KeepsWhatTheContainerCanHold)
         for (const char* name : {"out.mkv", "out.mp4"}) {
             SCOPED_TRACE(fmt::format("{} {}", encoded ? "encoded" : "copied", name));
             const std::string output = folder.At(name);
-            const Outcome outcome = Convert(rich, output, encoded ? "--overwrite --quality 40" : "--overwrite");
+            const Outcome outcome =
+                Convert(rich, output, encoded ? "--overwrite --quality 40" : "--overwrite");
             ASSERT_EQ(outcome.code, 0) << outcome.errors;
             const json file = Describe(output);
             json tags;
@@ -230,16 +233,16 @@ TEST(Convert, KeepsWhatTheContainerCanHold)
                 tags[lower] = value;
             }
             const std::pair<const char*, json> members[] = {
-                {"/chapters/1/tags/title", "Second"},
-                {"/chapters/1/start_time", "0.500000"},
-                {"/streams/0/sample_aspect_ratio", "4:3"},
-                {"/streams/0/profile", "High"},
-                {"/streams/0/color_primaries", "bt2020"},
-                {"/streams/0/color_transfer", "smpte2084"},
-                {"/streams/0/color_space", "bt2020nc"},
-                {"/streams/0/color_range", "tv"},
-                {"/streams/0/side_data_list/0/rotation", 90},
-                {"/streams/1/tags/language", "deu"},
+                {"/chapters/1/tags/title",               "Second"   },
+                {"/chapters/1/start_time",               "0.500000" },
+                {"/streams/0/sample_aspect_ratio",       "4:3"      },
+                {"/streams/0/profile",                   "High"     },
+                {"/streams/0/color_primaries",           "bt2020"   },
+                {"/streams/0/color_transfer",            "smpte2084"},
+                {"/streams/0/color_space",               "bt2020nc" },
+                {"/streams/0/color_range",               "tv"       },
+                {"/streams/0/side_data_list/0/rotation", 90         },
+                {"/streams/1/tags/language",             "deu"      },
             };
             EXPECT_EQ(tags.value("title", ""), "A title");
             EXPECT_EQ(tags.value("artist", ""), "Somebody");
@@ -253,6 +256,57 @@ TEST(Convert, KeepsWhatTheContainerCanHold)
     }
 }
 
+/// A copy of a film whose container says that so much is to be cut off. No command of FFmpeg's writes that.
+void CopyWithCropping(const std::string& from, const std::string& to,
+                      const std::array<uint32_t, 4>& topBottomLeftRight)
+{
+    AVFormatContext* input = nullptr;
+    AVFormatContext* output = nullptr;
+    ASSERT_EQ(avformat_open_input(&input, from.c_str(), nullptr, nullptr), 0);
+    ASSERT_GE(avformat_alloc_output_context2(&output, nullptr, nullptr, to.c_str()), 0);
+    AVStream* const stream = avformat_new_stream(output, nullptr);
+    AVCodecParameters& parameters = *stream->codecpar;
+    ASSERT_EQ(avcodec_parameters_copy(&parameters, input->streams[0]->codecpar), 0);
+    parameters.codec_tag = 0;
+    AVPacketSideData* const cropping =
+        av_packet_side_data_new(&parameters.coded_side_data, &parameters.nb_coded_side_data,
+                                AV_PKT_DATA_FRAME_CROPPING, sizeof topBottomLeftRight, 0);
+    std::memcpy(cropping->data, topBottomLeftRight.data(), cropping->size);  // little-endian, as this machine
+    ASSERT_GE(avio_open(&output->pb, to.c_str(), AVIO_FLAG_WRITE), 0);
+    ASSERT_GE(avformat_write_header(output, nullptr), 0);
+    AVPacket* packet = av_packet_alloc();
+    while (av_read_frame(input, packet) >= 0) {
+        if (packet->stream_index == 0) {
+            av_packet_rescale_ts(packet, input->streams[0]->time_base, stream->time_base);
+            EXPECT_EQ(av_write_frame(output, packet), 0);
+        }
+        av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+    EXPECT_EQ(av_write_trailer(output), 0);
+    avio_closep(&output->pb);
+    avformat_free_context(output);
+    avformat_close_input(&input);
+}
+
+TEST(Convert, CropsWhereTheContainerDoesNot)
+{
+    const TemporaryFolder folder;
+    const std::string input = folder.At("cropped.mkv");
+    CopyWithCropping(Made("h264-aac.mp4"), input, {8, 4, 16, 2});
+    const std::string kept = folder.At("kept.mkv");
+    ASSERT_EQ(Convert(input, kept, "--quality 30").code, 0);
+    const json video = Member(Describe(kept), "/streams/0");
+    EXPECT_EQ(video["width"], 128);
+    EXPECT_EQ(Member(video, "/side_data_list/0/crop_left"), 16);
+    EXPECT_EQ(Member(video, "/side_data_list/0/crop_bottom"), 4);
+    const std::string cut = folder.At("cut.avi");
+    ASSERT_EQ(Convert(input, cut, "--video-codec rawvideo").code, 0);
+    RunFFmpeg({"-apply_cropping", "none", "-i", Made("h264-aac.mp4"), "-vf", "crop=110:84:16:8:exact=1",
+               "-an", "-c:v", "rawvideo", folder.At("reference.avi")});
+    EXPECT_EQ(Judge(cut, {})[0].hashes, Judge(folder.At("reference.avi"), {})[0].hashes);
+}
+
 TEST(Convert, ChangesWhatIsAskedFor)
 {
     const TemporaryFolder folder;
@@ -262,16 +316,16 @@ TEST(Convert, ChangesWhatIsAskedFor)
         const char* entry;
         json values;  ///< of the first two streams
     } rows[] = {
-        {"--size 64x", "height", {48}},
-        {"--size 100x50", "sample_aspect_ratio", {"2:3"}},
-        {"--frame-rate 10", "nb_frames", {"10"}},
-        {"--frame-rate 30000/1001", "nb_frames", {"30"}},
-        {"--pixel-format yuv444p", "pix_fmt", {"yuv444p"}},
-        {"--start 0.3 --duration 0.4", "duration", {"0.400000", "0.400000"}},
-        {"--video-codec none --sample-rate 22050", "sample_rate", {"22050"}},
-        {"--video-codec none --channels mono", "channels", {1}},
-        {"--map a:0 --map 0", "codec_type", {"audio", "video"}},
-        {"--option g=5 --option preset=ultrafast", "has_b_frames", {0}},
+        {"--size 64x",                             "height",              {48}                    },
+        {"--size 100x50",                          "sample_aspect_ratio", {"2:3"}                 },
+        {"--frame-rate 10",                        "nb_frames",           {"10"}                  },
+        {"--frame-rate 30000/1001",                "nb_frames",           {"30"}                  },
+        {"--pixel-format yuv444p",                 "pix_fmt",             {"yuv444p"}             },
+        {"--start 0.3 --duration 0.4",             "duration",            {"0.400000", "0.400000"}},
+        {"--video-codec none --sample-rate 22050", "sample_rate",         {"22050"}               },
+        {"--video-codec none --channels mono",     "channels",            {1}                     },
+        {"--map a:0 --map 0",                      "codec_type",          {"audio", "video"}      },
+        {"--option g=5 --option preset=ultrafast", "has_b_frames",        {0}                     },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.options);
@@ -283,7 +337,8 @@ TEST(Convert, ChangesWhatIsAskedFor)
             EXPECT_EQ(Member(file, fmt::format("/streams/{}/{}", i, row.entry)), row.values[i]);
     }
     const auto sizeAt = [&](const char* quality) {
-        EXPECT_EQ(Convert(input, folder.At("q.mp4"), std::string("--overwrite --quality ") + quality).code, 0);
+        EXPECT_EQ(Convert(input, folder.At("q.mp4"), std::string("--overwrite --quality ") + quality).code,
+                  0);
         return std::filesystem::file_size(folder.At("q.mp4"));
     };
     EXPECT_GT(sizeAt("10"), 2 * sizeAt("80"));
@@ -301,20 +356,20 @@ TEST(Convert, RefusesWithOneLineAndLeavesNothing)
         int code;
         const char* text;
     } rows[] = {
-        {input, "a.mp4", "--option prest=fast", 2, "did you mean 'preset'?"},
-        {input, "a.mp4", "--option coder=cabax", 2, "did you mean 'cabac'?"},
-        {input, "a.mp4", "--video-codec h265", 2, "it is called hevc here"},
-        {input, "a.xyz", "", 2, "--format does"},
-        {input, "a.mp4", "--format matroxka", 2, "did you mean 'matroska'?"},
-        {input, "a.mp4", "--video-codec copy --size 64x48", 2, "leave its other options out"},
-        {input, "a.mp4", "--map 7", 2, "matches no stream; there are 2"},
-        {input, "a.mp4", "--encoder-implementation nvenc", 1, "nvenc"},
-        {input, "a.webm", "--video-codec h264", 1, "webm doesn't hold h264"},
-        {input, "a.dv", "", 1, "encoder dvvideo refuses 128x96"},
-        {folder.At("missing.mp4"), "a.mp4", "", 1, "No such file"},
-        {damaged, "a.jpg", "", 1, "damaged.png: "},
-        {Made("h264-flac-srt.mkv"), "a.mkv", "--map s --duration 0", 1, "no packet was written"},
-        {input, "nowhere/a.mp4", "", 1, "nowhere/a.mp4: can't be written: No such file or directory"},
+        {input,                     "a.mp4",         "--option prest=fast",             2, "did you mean 'preset'?"                                    },
+        {input,                     "a.mp4",         "--option coder=cabax",            2, "did you mean 'cabac'?"                                     },
+        {input,                     "a.mp4",         "--video-codec h265",              2, "it is called hevc here"                                    },
+        {input,                     "a.xyz",         "",                                2, "--format does"                                             },
+        {input,                     "a.mp4",         "--format matroxka",               2, "did you mean 'matroska'?"                                  },
+        {input,                     "a.mp4",         "--video-codec copy --size 64x48", 2, "leave its other options out"                               },
+        {input,                     "a.mp4",         "--map 7",                         2, "matches no stream; there are 2"                            },
+        {input,                     "a.mp4",         "--encoder-implementation nvenc",  1, "nvenc"                                                     },
+        {input,                     "a.webm",        "--video-codec h264",              1, "webm doesn't hold h264"                                    },
+        {input,                     "a.dv",          "",                                1, "encoder dvvideo refuses 128x96"                            },
+        {folder.At("missing.mp4"),  "a.mp4",         "",                                1, "No such file"                                              },
+        {damaged,                   "a.jpg",         "",                                1, "damaged.png: "                                             },
+        {Made("h264-flac-srt.mkv"), "a.mkv",         "--map s --duration 0",            1, "no packet was written"                                     },
+        {input,                     "nowhere/a.mp4", "",                                1, "nowhere/a.mp4: can't be written: No such file or directory"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);

@@ -31,8 +31,8 @@ Conf::SampleInfo InfoOf(const AVFrame& frame)
     if (frame.ch_layout.order == AV_CHANNEL_ORDER_NATIVE &&
         Proc::IsSupportedAVChannelLayoutMask(frame.ch_layout.u.mask))
         layout = Proc::QuorvaFromAVChannelLayout(frame.ch_layout);
-    return {frame.sample_rate,
-            Proc::SampleFormatQuorvaFromFFMPEG(static_cast<AVSampleFormat>(frame.format)), layout};
+    return {frame.sample_rate, Proc::SampleFormatQuorvaFromFFMPEG(static_cast<AVSampleFormat>(frame.format)),
+            layout};
 }
 
 bool IsSame(const Conf::SampleInfo& first, const Conf::SampleInfo& second)
@@ -158,7 +158,8 @@ void AudioPath::Keep(AVFrame& samples)
     const int channels = samples.ch_layout.nb_channels;
     std::vector<uint8_t*> planes(samples.extended_data,
                                  samples.extended_data + (av_sample_fmt_is_planar(format) ? channels : 1));
-    const int64_t step = int64_t{av_get_bytes_per_sample(format)} * (av_sample_fmt_is_planar(format) ? 1 : channels);
+    const int64_t step =
+        int64_t{av_get_bytes_per_sample(format)} * (av_sample_fmt_is_planar(format) ? 1 : channels);
     for (uint8_t*& plane : planes)
         plane += begin * step;
     const int wanted = static_cast<int>(count - begin);
@@ -184,7 +185,8 @@ void AudioPath::Silence(int64_t samples)
 void AudioPath::Encode(bool all)
 {
     AVCodecContext& target = encoder.Get();
-    const bool anySize = target.codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE || target.frame_size <= 0;
+    const bool anySize =
+        target.codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE || target.frame_size <= 0;
     while (true) {
         const int waiting = av_audio_fifo_size(fifo.get());
         const int full = anySize ? static_cast<int>(std::min<int64_t>(waiting, PIECE)) : target.frame_size;

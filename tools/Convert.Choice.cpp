@@ -21,9 +21,9 @@ using Proc::ImplNames;
 
 const std::vector<std::string>& Implementations()
 {
-    static const std::vector<std::string> names = {ImplNames::FFMPEG, ImplNames::FFMPEG_FDK, ImplNames::NVDEC,
-                                                   ImplNames::DIRECTX, ImplNames::QSV, ImplNames::NVENC,
-                                                   ImplNames::AMF};
+    static const std::vector<std::string> names = {
+        ImplNames::FFMPEG, ImplNames::FFMPEG_FDK, ImplNames::NVDEC, ImplNames::DIRECTX,
+        ImplNames::QSV,    ImplNames::NVENC,      ImplNames::AMF};
     return names;
 }
 
@@ -118,7 +118,8 @@ const Conf::LayoutRecord& LayoutNamed(const std::string& text)
 {
     int count = 0;
     const char* const end = text.data() + text.size();
-    if (const auto [rest, error] = std::from_chars(text.data(), end, count); error == std::errc() && rest == end) {
+    if (const auto [rest, error] = std::from_chars(text.data(), end, count);
+        error == std::errc() && rest == end) {
         const Conf::LayoutRecord* record = Conf::LayoutRecord::Find(count);
         if (record->layout == Conf::ChannelLayout::None)
             ThrowUsage(fmt::format("no layout for {} channels; there are 1 to 8", count));
@@ -126,7 +127,8 @@ const Conf::LayoutRecord& LayoutNamed(const std::string& text)
     }
     std::vector<std::string> names;
     for (int i = 1; i <= static_cast<int>(Conf::ChannelLayout::StereoDownmix); ++i)
-        if (const Conf::LayoutRecord* record = Conf::LayoutRecord::Find(static_cast<Conf::ChannelLayout>(i))) {
+        if (const Conf::LayoutRecord* record =
+                Conf::LayoutRecord::Find(static_cast<Conf::ChannelLayout>(i))) {
             if (*record->name == text)
                 return *record;
             names.push_back(*record->name);
@@ -144,7 +146,8 @@ bool TakesLayout(const Proc::SafeEncoderCodec& encoder, const Conf::LayoutRecord
 }
 
 /// What the encoder takes instead of `layout`: as many channels elsewhere, or else fewer, the most it takes.
-const Conf::LayoutRecord& NearestLayout(const Proc::SafeEncoderCodec& encoder, const Conf::LayoutRecord& layout)
+const Conf::LayoutRecord& NearestLayout(const Proc::SafeEncoderCodec& encoder,
+                                        const Conf::LayoutRecord& layout)
 {
     if (TakesLayout(encoder, layout))
         return layout;
@@ -159,7 +162,8 @@ const Conf::LayoutRecord& NearestLayout(const Proc::SafeEncoderCodec& encoder, c
             best = record;
     }
     if (!best)
-        ThrowRefused(fmt::format("encoder {} takes no channel layout near {}", encoder.Get()->name, *layout.name));
+        ThrowRefused(
+            fmt::format("encoder {} takes no channel layout near {}", encoder.Get()->name, *layout.name));
     return *best;
 }
 
@@ -192,7 +196,8 @@ void CheckValue(const Proc::SafeEncoderCodec& encoder, const std::string& name, 
             std::vector<std::string> names(known.begin(), known.end());
             std::ranges::sort(names);
             ThrowUsage(fmt::format("option '{}' of encoder {} doesn't take '{}'{}; it takes {}", name,
-                                   encoder.Get()->name, part, DidYouMean(part, names), fmt::join(names, ", ")));
+                                   encoder.Get()->name, part, DidYouMean(part, names),
+                                   fmt::join(names, ", ")));
         }
         begin = end;
     }
@@ -243,8 +248,8 @@ const AVCodec* ChooseDecoder(const AVStream& stream, const std::string& implemen
     const std::string& chosen = implementation.empty() ? ImplNames::FFMPEG : implementation;
     const AVCodec* decoder = Proc::FindDecoder(stream.codecpar->codec_id, chosen);
     if (!decoder)
-        ThrowRefused(fmt::format("this FFmpeg lacks the decoder of implementation {} for {} (stream {})", chosen,
-                                 CodecName(stream.codecpar->codec_id), stream.index));
+        ThrowRefused(fmt::format("this FFmpeg lacks the decoder of implementation {} for {} (stream {})",
+                                 chosen, CodecName(stream.codecpar->codec_id), stream.index));
     return decoder;
 }
 
@@ -259,16 +264,28 @@ AVCodecID CodecNamed(const std::string& name, AVMediaType kind)
         }
     // Names that people have for a codec or its encoder.
     constexpr std::pair<std::string_view, AVCodecID> others[] = {
-        {"h265", AV_CODEC_ID_HEVC}, {"x265", AV_CODEC_ID_HEVC},      {"avc", AV_CODEC_ID_H264},
-        {"x264", AV_CODEC_ID_H264}, {"xvid", AV_CODEC_ID_MPEG4},     {"divx", AV_CODEC_ID_MPEG4},
-        {"jpeg", AV_CODEC_ID_MJPEG}, {"mpeg2", AV_CODEC_ID_MPEG2VIDEO}, {"mpeg1", AV_CODEC_ID_MPEG1VIDEO},
-        {"pcm", AV_CODEC_ID_PCM_S16LE}};
+        {"h265",  AV_CODEC_ID_HEVC      },
+        {"x265",  AV_CODEC_ID_HEVC      },
+        {"avc",   AV_CODEC_ID_H264      },
+        {"x264",  AV_CODEC_ID_H264      },
+        {"xvid",  AV_CODEC_ID_MPEG4     },
+        {"divx",  AV_CODEC_ID_MPEG4     },
+        {"jpeg",  AV_CODEC_ID_MJPEG     },
+        {"mpeg2", AV_CODEC_ID_MPEG2VIDEO},
+        {"mpeg1", AV_CODEC_ID_MPEG1VIDEO},
+        {"pcm",   AV_CODEC_ID_PCM_S16LE }
+    };
     const AVCodec* const encoder = avcodec_find_encoder_by_name(name.c_str());
-    const auto* const other = std::ranges::find(others, std::string_view(name), &std::pair<std::string_view, AVCodecID>::first);
-    if (const AVCodecID meant = encoder ? encoder->id : other != std::end(others) ? other->second : AV_CODEC_ID_NONE;
+    const auto* const other =
+        std::ranges::find(others, std::string_view(name), &std::pair<std::string_view, AVCodecID>::first);
+    if (const AVCodecID meant = encoder                     ? encoder->id
+                                : other != std::end(others) ? other->second
+                                                            : AV_CODEC_ID_NONE;
         meant != AV_CODEC_ID_NONE)
-        ThrowUsage(fmt::format("no {} codec '{}': it is called {} here", Proc::GetMediaTypeName(kind), name, CodecName(meant)));
-    ThrowUsage(fmt::format("no {} codec '{}'{}", Proc::GetMediaTypeName(kind), name, DidYouMean(name, names)));
+        ThrowUsage(fmt::format("no {} codec '{}': it is called {} here", Proc::GetMediaTypeName(kind), name,
+                               CodecName(meant)));
+    ThrowUsage(
+        fmt::format("no {} codec '{}'{}", Proc::GetMediaTypeName(kind), name, DidYouMean(name, names)));
 }
 
 PixelChoice ChoosePixelFormat(const Proc::SafeEncoderCodec& encoder, AVPixelFormat source, AVColorRange range,
@@ -290,7 +307,8 @@ PixelChoice ChoosePixelFormat(const Proc::SafeEncoderCodec& encoder, AVPixelForm
     formats = Proc::FilterPixelFormatsForSwScaling(std::move(formats), false, true);
     std::erase_if(formats, [&](PixFmt format) {
         const auto number = static_cast<AVPixelFormat>(format);
-        return IsFullRange(number, AVCOL_RANGE_UNSPECIFIED) ? !takesFull || any : !takesLimited && HasTwin(number);
+        return IsFullRange(number, AVCOL_RANGE_UNSPECIFIED) ? !takesFull || any
+                                                            : !takesLimited && HasTwin(number);
     });
     if (!asked.empty()) {
         const AVPixelFormat wanted = av_get_pix_fmt(asked.c_str());
@@ -300,32 +318,32 @@ PixelChoice ChoosePixelFormat(const Proc::SafeEncoderCodec& encoder, AVPixelForm
                 all.push_back(description.GetName());
             ThrowUsage(fmt::format("no pixel format '{}'{}", asked, DidYouMean(asked, all)));
         }
-        const std::vector<PixFmt> both = Proc::PixelFormatsIntersection(
-            formats, {Proc::PixelFormatQuorvaFromFFMPEGSafe(wanted)});
+        const std::vector<PixFmt> both =
+            Proc::PixelFormatsIntersection(formats, {Proc::PixelFormatQuorvaFromFFMPEGSafe(wanted)});
         if (both.empty())
-            ThrowRefused(fmt::format("encoder {} doesn't take pixel format {}; it takes {}", encoder.Get()->name,
-                                     asked, fmt::join(NamesOf(formats), ", ")));
+            ThrowRefused(fmt::format("encoder {} doesn't take pixel format {}; it takes {}",
+                                     encoder.Get()->name, asked, fmt::join(NamesOf(formats), ", ")));
         formats = both;
     }
     // Colours that don't change their range lose nothing, so full ones are looked for under their own names.
     const bool byName = sourceFull && !keepRange && takesFull;
     const AVPixelFormat wanted = keepRange ? WithRange(source, false) : WithRange(source, sourceFull);
-    const PixFmt best =
-        Proc::FindBestPixelFormatOfList(formats, wanted, Proc::HasAlpha(source), nullptr);
+    const PixFmt best = Proc::FindBestPixelFormatOfList(formats, wanted, Proc::HasAlpha(source), nullptr);
     if (best == PixFmt::NONE || !Proc::IsSwScalingSupportedAsInput(source))
         ThrowRefused(fmt::format("pictures in {} can't be converted for encoder {}", NameOf(source),
                                  encoder.Get()->name));
     PixelChoice choice{static_cast<AVPixelFormat>(best), false};
     choice.fullRange = IsFullRange(choice.format, AVCOL_RANGE_UNSPECIFIED) ||
-                       (sourceFull && (byName || keepRange) && !(Proc::GetPixelFormatDescription(choice.format)->flags &
-                                                                 AV_PIX_FMT_FLAG_RGB));
+                       (sourceFull && (byName || keepRange) &&
+                        !(Proc::GetPixelFormatDescription(choice.format)->flags & AV_PIX_FMT_FLAG_RGB));
     return choice;
 }
 
 Conf::SampleInfo ChooseSampleInfo(const Proc::SafeEncoderCodec& encoder, const Conf::SampleInfo& source,
                                   const ConvertOptions& options, const std::vector<int>& rates)
 {
-    const Conf::LayoutRecord& wanted = options.channels.empty() ? *source.layout : LayoutNamed(options.channels);
+    const Conf::LayoutRecord& wanted =
+        options.channels.empty() ? *source.layout : LayoutNamed(options.channels);
     if (!options.channels.empty() && !TakesLayout(encoder, wanted))
         ThrowRefused(fmt::format("encoder {} doesn't take channel layout {}; {} would be the nearest",
                                  encoder.Get()->name, *wanted.name, *NearestLayout(encoder, wanted).name));
@@ -333,8 +351,8 @@ Conf::SampleInfo ChooseSampleInfo(const Proc::SafeEncoderCodec& encoder, const C
     const int nearest =
         NearestRate(rates.empty() ? Supported<int>(encoder, AV_CODEC_CONFIG_SAMPLE_RATE) : rates, rate);
     if (options.sampleRate && nearest != rate)
-        ThrowRefused(fmt::format("{} Hz is no sample rate for encoder {} here; {} Hz would be the nearest", rate,
-                                 encoder.Get()->name, nearest));
+        ThrowRefused(fmt::format("{} Hz is no sample rate for encoder {} here; {} Hz would be the nearest",
+                                 rate, encoder.Get()->name, nearest));
     const AVSampleFormat format =
         ChooseSampleFormat(encoder, Proc::SampleFormatFFMPEGFromQuorva(source.format->format));
     return {nearest, Proc::SampleFormatQuorvaFromFFMPEG(format), NearestLayout(encoder, wanted).layout};

@@ -43,8 +43,7 @@ int64_t TimeFrame::FromInput(int64_t timestamp, AVRational timeBase) const
     return time == AV_NOPTS_VALUE ? time : time - origin;
 }
 
-CopyPath::CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream,
-                   bool onlyOne)
+CopyPath::CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne)
     : source(source), frame(frame), sink(sink), stream(stream), onlyOne(onlyOne)
 {
 }
@@ -97,6 +96,12 @@ void CopyPath::Send(AVPacket& packet)
         packet.pts -= origin;
     if (packet.dts != AV_NOPTS_VALUE)
         packet.dts -= origin;
+    if (source.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE && packet.pts < 0 &&
+        packet.pts != AV_NOPTS_VALUE) {
+        // On the screen when the output begins.
+        packet.duration = std::max<int64_t>(packet.duration + packet.pts, 0);
+        packet.pts = packet.dts = 0;
+    }
     sink.Write(packet, stream, source.time_base);
     done = onlyOne;
 }

@@ -32,7 +32,7 @@ struct CodecsRow {
 constexpr ContainerRow containerRows[] = {
     //            video          audio         videos audios subtitles covers files  rotation cropping
     {"mp4",      {V(H264),       V(AAC),       MANY,  MANY,  MANY,     true,  false, true,    false}},
-    {"mov",      {V(H264),       V(AAC),       MANY,  MANY,  MANY,     true,  false, true,    false}},
+    {"mov",      {V(H264),       V(AAC),       MANY,  MANY,  MANY,     false, false, true,    false}},
     {"ipod",     {V(H264),       V(AAC),       MANY,  MANY,  MANY,     true,  false, true,    false}},
     {"3gp",      {V(H264),       V(AAC),       MANY,  MANY,  MANY,     false, false, true,    false}},
     {"3g2",      {V(H264),       V(AAC),       MANY,  MANY,  MANY,     false, false, true,    false}},
@@ -81,7 +81,7 @@ const CodecsRow codecsRows[] = {
     {"opus",     true,  {V(OPUS)}},
     {"flv",      false, {V(H264), V(FLV1), V(AAC), V(MP3)}},
     {"swf",      true,  {V(FLV1), V(MJPEG), V(MP3)}},
-    {"asf",      false, {V(WMV1), V(WMV2), V(MSMPEG4V3), V(WMAV1), V(WMAV2), V(MP3)}},
+    {"asf",      false, {V(WMV1), V(WMV2), V(MSMPEG4V3), V(WMAV1), V(WMAV2)}},
     {"mxf",      true,  {V(MPEG2VIDEO), V(PCM_S16LE), V(PCM_S24LE)}},
     {"dv",       true,  {V(DVVIDEO), V(PCM_S16LE)}},
     {"wav",      false, {V(PCM_S16LE), V(PCM_S24LE), V(PCM_S32LE), V(PCM_F32LE), V(PCM_F64LE), V(PCM_U8)}},

@@ -43,7 +43,8 @@ constexpr std::string_view FORMER[] = {"encoder",
 bool IsFormer(std::string_view key)
 {
     // Matroska's statistics have the language behind them: BPS-eng.
-    const std::string_view name = key.substr(0, key.size() > 4 && key[key.size() - 4] == '-' ? key.size() - 4 : key.size());
+    const std::string_view name =
+        key.substr(0, key.size() > 4 && key[key.size() - 4] == '-' ? key.size() - 4 : key.size());
     return std::ranges::any_of(FORMER, [&](std::string_view former) {
         return former.size() == name.size() && av_strncasecmp(former.data(), name.data(), former.size()) == 0;
     });
@@ -61,12 +62,12 @@ constexpr struct {
     AVPacketSideDataType packet;
     AVFrameSideDataType frame;
 } lasting[] = {
-    {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA},
-    {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL},
+    {AV_PKT_DATA_MASTERING_DISPLAY_METADATA,  AV_FRAME_DATA_MASTERING_DISPLAY_METADATA },
+    {AV_PKT_DATA_CONTENT_LIGHT_LEVEL,         AV_FRAME_DATA_CONTENT_LIGHT_LEVEL        },
     {AV_PKT_DATA_AMBIENT_VIEWING_ENVIRONMENT, AV_FRAME_DATA_AMBIENT_VIEWING_ENVIRONMENT},
-    {AV_PKT_DATA_STEREO3D, AV_FRAME_DATA_STEREO3D},
-    {AV_PKT_DATA_SPHERICAL, AV_FRAME_DATA_SPHERICAL},
-    {AV_PKT_DATA_REPLAYGAIN, AV_FRAME_DATA_REPLAYGAIN},
+    {AV_PKT_DATA_STEREO3D,                    AV_FRAME_DATA_STEREO3D                   },
+    {AV_PKT_DATA_SPHERICAL,                   AV_FRAME_DATA_SPHERICAL                  },
+    {AV_PKT_DATA_REPLAYGAIN,                  AV_FRAME_DATA_REPLAYGAIN                 },
 };
 
 void AddSideData(AVCodecParameters& parameters, AVPacketSideDataType type, const uint8_t* data, size_t size)
@@ -105,7 +106,8 @@ void DescribeAttachment(AVStream& stream, const AVStream& cover)
     AVCodecParameters& parameters = *stream.codecpar;
     parameters.codec_type = AVMEDIA_TYPE_ATTACHMENT;
     parameters.codec_id = cover.codecpar->codec_id;
-    SetExtradata(parameters, cover.attached_pic.data, static_cast<size_t>(std::max(cover.attached_pic.size, 0)));
+    SetExtradata(parameters, cover.attached_pic.data,
+                 static_cast<size_t>(std::max(cover.attached_pic.size, 0)));
     Proc::PutMetadata(&stream.metadata, "filename", isPng ? "cover.png" : "cover.jpg");
     Proc::PutMetadata(&stream.metadata, "mimetype", isPng ? "image/png" : "image/jpeg");
 }

@@ -66,8 +66,8 @@ bool ApplyQuality(AVCodecContext& context, const StreamPlan& plan, OptionSet& op
 {
     const AVCodec& codec = *plan.encoder->Get();
     int64_t largest = 0;
-    const int64_t quantizer =
-        plan.video ? Proc::GetProperQuality(plan.video, largest) : Proc::GetProperQuality(plan.audio, largest);
+    const int64_t quantizer = plan.video ? Proc::GetProperQuality(plan.video, largest)
+                                         : Proc::GetProperQuality(plan.audio, largest);
     // 0 is the best, 1 the smallest.
     const double coarseness = static_cast<double>(quantizer - 1) / static_cast<double>(largest - 1);
     if (plan.encoder->GetSupportedOptions().contains("crf")) {

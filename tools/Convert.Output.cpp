@@ -61,7 +61,8 @@ Output::TargetPointer Output::MakeTarget(boost::intrusive_ptr<Core::IDataOutput>
     auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
     if (!buffer)
         ThrowNoMemory("the output buffer", IO_BUFFER);
-    target->io = avio_alloc_context(buffer, IO_BUFFER, 1, target.get(), nullptr, Put, seekable ? Seek : nullptr);
+    target->io =
+        avio_alloc_context(buffer, IO_BUFFER, 1, target.get(), nullptr, Put, seekable ? Seek : nullptr);
     if (!target->io) {
         av_free(buffer);
         ThrowNoMemory("the output context", sizeof(AVIOContext));
@@ -108,7 +109,8 @@ int64_t Output::Seek(void* opaque, int64_t offset, int whence)
     }
 }
 
-int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary**)
+int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
+                        AVDictionary**)
 {
     Output& output = *static_cast<Output*>(context->opaque);
     if (!(flags & AVIO_FLAG_WRITE))
@@ -131,8 +133,7 @@ int Output::ClosePicture(AVFormatContext*, AVIOContext* io)
     return io->error;
 }
 
-Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files)
-    : files(files)
+Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files) : files(files)
 {
     AVFormatContext* fresh = nullptr;
     const int result = avformat_alloc_output_context2(&fresh, plan.muxer, nullptr, options.output.c_str());
@@ -174,9 +175,9 @@ void Output::Begin()
 {
     const int result = avformat_write_header(context.get(), nullptr);
     if (result < 0 && !failure && file && !file->io->seekable)
-        ThrowFFmpegFailure(fmt::format("{} refuses these streams, or can't be written into a pipe",
-                                       context->oformat->name),
-                           result);
+        ThrowFFmpegFailure(
+            fmt::format("{} refuses these streams, or can't be written into a pipe", context->oformat->name),
+            result);
     Check("refuses these streams", result);
     begun = true;
 }
@@ -211,8 +212,9 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
     packet.pos = -1;
     Repair(packet, target);
     if (packet.pts != AV_NOPTS_VALUE)
-        position = std::max(position, Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0),
-                                                             target.time_base));
+        position = std::max(
+            position,
+            Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0), target.time_base));
     ++packets;
     Check("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
 }

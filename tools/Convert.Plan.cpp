@@ -1,8 +1,8 @@
+#include "tools/Convert.h"
 #include "Proc/Wrappers/Tessadrin/OutputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/Convert.Containers.h"
 #include "tools/Convert.Encoders.h"
-#include "tools/Convert.h"
 #include "tools/support/OutputFiles.h"
 #include "tools/support/Suggest.h"
 
@@ -47,7 +47,9 @@ bool IsKnown(const AVStream& stream)
 /// Works out one plan. The member functions are its steps.
 class Planner {
 public:
-    Planner(const OpenedInput& input, const ConvertOptions& options) : input(*input.Get()), options(options) {}
+    Planner(const OpenedInput& input, const ConvertOptions& options) : input(*input.Get()), options(options)
+    {
+    }
 
     Plan Make()
     {
@@ -57,8 +59,9 @@ public:
             Treat(*input.streams[index]);
         if (plan.streams.empty())
             ThrowRefused(fmt::format("nothing of it goes into {}: {}", plan.format,
-                                     plan.leftOut.empty() ? "there are no streams"
-                                                          : fmt::format("{}", fmt::join(plan.leftOut, "; "))));
+                                     plan.leftOut.empty()
+                                         ? "there are no streams"
+                                         : fmt::format("{}", fmt::join(plan.leftOut, "; "))));
         ShareOutOptions(plan, options);
         SetTimes();
         return std::move(plan);
@@ -110,7 +113,8 @@ void Planner::ChooseFormat()
         for (const auto& [name, muxer] : writable)
             names.push_back(name);
         std::ranges::sort(names);
-        ThrowUsage(fmt::format("format '{}' can't be written{}", plan.format, DidYouMean(plan.format, names)));
+        ThrowUsage(
+            fmt::format("format '{}' can't be written{}", plan.format, DidYouMean(plan.format, names)));
     }
     plan.muxer = Proc::GetOutputFormat(plan.format);
     container = ContainerOf(plan.format, *plan.muxer, options.output);
@@ -180,11 +184,13 @@ std::vector<int> Planner::UsualStreams()
         const AVStream& stream = *input.streams[i];
         const AVMediaType kind = stream.codecpar->codec_type;
         // Where there is room for one only, it shall be the best.
-        if ((kind == AVMEDIA_TYPE_VIDEO || kind == AVMEDIA_TYPE_AUDIO) && !IsCover(stream) && Places(kind) == 1 &&
-            CodecAskedFor(kind) != NONE) {
-            const int best = av_find_best_stream(const_cast<AVFormatContext*>(&input), kind, -1, -1, nullptr, 0);
+        if ((kind == AVMEDIA_TYPE_VIDEO || kind == AVMEDIA_TYPE_AUDIO) && !IsCover(stream) &&
+            Places(kind) == 1 && CodecAskedFor(kind) != NONE) {
+            const int best =
+                av_find_best_stream(const_cast<AVFormatContext*>(&input), kind, -1, -1, nullptr, 0);
             if (best >= 0 && best != static_cast<int>(i)) {
-                LeaveOut(stream, fmt::format("{} holds one such stream, and {} is better", plan.format, best));
+                LeaveOut(stream,
+                         fmt::format("{} holds one such stream, and {} is better", plan.format, best));
                 continue;
             }
         }
@@ -211,9 +217,9 @@ std::vector<int> Planner::MappedStreams() const
             ThrowUsage(fmt::format("--map '{}' is not a stream's number, v, a or s, or as a:1", text));
         const size_t before = indices.size();
         for (int i = 0, ofKind = 0; i < static_cast<int>(input.nb_streams); ++i) {
-            if (letter == std::string_view::npos ? i == number
-                                                 : input.streams[i]->codecpar->codec_type == kinds[letter] &&
-                                                       (all || ofKind++ == number))
+            if (letter == std::string_view::npos
+                    ? i == number
+                    : input.streams[i]->codecpar->codec_type == kinds[letter] && (all || ofKind++ == number))
                 indices.push_back(i);
         }
         if (indices.size() == before)
@@ -250,7 +256,8 @@ void Planner::Copy(const AVStream& stream, Treatment treatment)
     StreamPlan& copy = plan.streams.emplace_back();
     copy.input = stream.index;
     copy.treatment = treatment;
-    copy.text = Describe(stream) + (treatment == Treatment::Attach ? " becomes an attached file" : " is copied");
+    copy.text =
+        Describe(stream) + (treatment == Treatment::Attach ? " becomes an attached file" : " is copied");
     ++taken[stream.codecpar->codec_type];
 }
 
@@ -259,7 +266,9 @@ void Planner::TreatCover(const AVStream& stream)
     if (options.videoCodec.empty() || options.videoCodec == COPY || container.videos == 0) {
         if (container.attachments)
             return Copy(stream, Treatment::Attach);
-        if (container.covers && Holds(*plan.muxer, stream.codecpar->codec_id))
+        const AVCodecID codec = stream.codecpar->codec_id;
+        if (container.covers &&
+            (codec == AV_CODEC_ID_MJPEG || codec == AV_CODEC_ID_PNG || Holds(*plan.muxer, codec)))
             return Copy(stream);
     }
     if (plan.images && taken[AVMEDIA_TYPE_VIDEO] == 0)
@@ -302,11 +311,14 @@ void Planner::TreatFilm(const AVStream& stream)
         return LeaveOut(stream, fmt::format("{} holds no more of them", plan.format));
     if (asked == COPY) {
         if (!plan.images && !Holds(*plan.muxer, codec))
-            ThrowRefused(fmt::format("{} doesn't hold {} ({}): it can't be copied", plan.format, CodecName(codec),
-                                     Describe(stream)));
+            ThrowRefused(fmt::format("{} doesn't hold {} ({}): it can't be copied", plan.format,
+                                     CodecName(codec), Describe(stream)));
         if (input.iformat->flags & AVFMT_NOTIMESTAMPS && stream.codecpar->video_delay > 0 &&
             !(plan.muxer->flags & AVFMT_NOTIMESTAMPS))
-            plan.notes.push_back(fmt::format("stream {}: when its pictures are shown is not known before they are decoded: a copy may show them in another order", stream.index));
+            plan.notes.push_back(
+                fmt::format("stream {}: when its pictures are shown is not known before they are decoded: a "
+                            "copy may show them in another order",
+                            stream.index));
         return Copy(stream);
     }
     // What is usual in the container goes there as it is, unless the result is to be another or to begin and
@@ -315,7 +327,8 @@ void Planner::TreatFilm(const AVStream& stream)
     const bool rateFits = kind != AVMEDIA_TYPE_AUDIO || rates.empty() ||
                           std::ranges::find(rates, stream.codecpar->sample_rate) != rates.end();
     // Raw streams don't say when pictures are shown that come in another order.
-    const bool isOrderKnown = !(input.iformat->flags & AVFMT_NOTIMESTAMPS) || stream.codecpar->video_delay == 0;
+    const bool isOrderKnown =
+        !(input.iformat->flags & AVFMT_NOTIMESTAMPS) || stream.codecpar->video_delay == 0;
     const bool untouched = isOrderKnown && !DemandsEncoding(kind) && !options.start && !options.duration &&
                            options.encoderOptions.empty() && options.encoderImplementation.empty();
     if (asked.empty() && untouched && rateFits && !plan.images && IsUsual(*plan.muxer, codec) &&
@@ -326,12 +339,14 @@ void Planner::TreatFilm(const AVStream& stream)
         return LeaveOut(stream, "it can't be decoded");
     const AVCodecID target = TargetOf(stream);
     if (target == AV_CODEC_ID_NONE)
-        ThrowRefused(fmt::format("no codec is known for {} in {}", Proc::GetMediaTypeName(kind), plan.format));
+        ThrowRefused(
+            fmt::format("no codec is known for {} in {}", Proc::GetMediaTypeName(kind), plan.format));
     if (!plan.images && !Holds(*plan.muxer, target))
         ThrowRefused(fmt::format("{} doesn't hold {}", plan.format, CodecName(target)));
-    StreamPlan encoded = kind == AVMEDIA_TYPE_VIDEO
-                             ? PlanVideo(const_cast<AVFormatContext&>(input), stream, target, container, options, plan)
-                             : PlanAudio(stream, target, SampleRatesOf(*plan.muxer, target), options, plan);
+    StreamPlan encoded =
+        kind == AVMEDIA_TYPE_VIDEO
+            ? PlanVideo(const_cast<AVFormatContext&>(input), stream, target, container, options, plan)
+            : PlanAudio(stream, target, SampleRatesOf(*plan.muxer, target), options, plan);
     encoded.onlyOne = plan.oneImage;
     encoded.text = fmt::format("{} {}", Describe(stream), encoded.text);
     plan.streams.push_back(std::move(encoded));
@@ -350,6 +365,9 @@ void Planner::SetTimes()
 
 }  // namespace
 
-Plan MakePlan(const OpenedInput& input, const ConvertOptions& options) { return Planner(input, options).Make(); }
+Plan MakePlan(const OpenedInput& input, const ConvertOptions& options)
+{
+    return Planner(input, options).Make();
+}
 
 }  // namespace Quorva::Tool

@@ -19,7 +19,9 @@ constexpr int64_t SECOND = 1'000'000;  // microseconds
 }  // namespace
 
 ConvertProgress::ConvertProgress(Form form, std::optional<int64_t> duration, bool toError)
-    : form(form == Form::Terminal && !CanShowStatus() ? Form::None : form), duration(duration), toError(toError)
+    : form(form == Form::Terminal && !CanShowStatus() ? Form::None : form),
+      duration(duration),
+      toError(toError)
 {
 }
 
@@ -86,7 +88,8 @@ void ConvertProgress::Show()
     std::string line = passes > 1 ? fmt::format("pass {} of {}, ", pass, passes) : std::string();
     line += DurationText(position);
     if (duration && *duration > 0)
-        line += fmt::format(" of {} ({} %)", DurationText(*duration), std::min<int64_t>(position * 100 / *duration, 100));
+        line += fmt::format(" of {} ({} %)", DurationText(*duration),
+                            std::min<int64_t>(position * 100 / *duration, 100));
     if (const double speed = GetSpeed(); speed > 0)
         line += fmt::format(", {:.3g}x", speed);
     if (const auto left = GetTimeLeft())
@@ -96,13 +99,15 @@ void ConvertProgress::Show()
 
 void ConvertProgress::ShowJson(const char* state)
 {
-    Json line = {{"type", state ? "end" : "progress"},
-                 {"pass", pass},
-                 {"position", position},
-                 {"duration", OrNull(duration)},
-                 {"speed", GetSpeed()},
-                 {"time_left", state ? Json() : OrNull(GetTimeLeft())},
-                 {"bytes", bytes}};
+    Json line = {
+        {"type",      state ? "end" : "progress"            },
+        {"pass",      pass                                  },
+        {"position",  position                              },
+        {"duration",  OrNull(duration)                      },
+        {"speed",     GetSpeed()                            },
+        {"time_left", state ? Json() : OrNull(GetTimeLeft())},
+        {"bytes",     bytes                                 }
+    };
     if (state)
         line["state"] = state;
     std::FILE* const file = toError ? stderr : stdout;

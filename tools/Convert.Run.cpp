@@ -77,7 +77,8 @@ private:
     bool RunPass(OpenedInput& input, int pass, ConvertProgress& progress);
     std::unique_ptr<Path> MakePath(OpenedInput& input, size_t index, PacketSink& sink, int pass);
     void Prepare(OpenedInput& input) const;
-    bool Transport(OpenedInput& input, std::map<int, Path*>& paths, Output* output, ConvertProgress& progress);
+    bool Transport(OpenedInput& input, std::map<int, Path*>& paths, Output* output,
+                   ConvertProgress& progress);
     EncoderSetting SettingFor(size_t index, int pass) const;
     std::optional<int64_t> ExpectedDuration(const OpenedInput& input) const;
 
@@ -130,7 +131,8 @@ void Conversion::Prepare(OpenedInput& input) const
     for (const StreamPlan& stream : plan.streams)
         if (stream.treatment != Treatment::Attach)
             input->streams[stream.input]->discard = AVDISCARD_DEFAULT;
-    if (std::ranges::any_of(plan.streams, [](const StreamPlan& stream) { return stream.treatment == Treatment::Copy; }))
+    if (std::ranges::any_of(plan.streams,
+                            [](const StreamPlan& stream) { return stream.treatment == Treatment::Copy; }))
         input->flags |= AVFMT_FLAG_GENPTS;  // decoders find out when pictures are shown; muxers can't
     if (!options.start || *options.start <= 0)
         return;
@@ -160,7 +162,8 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pac
             if (told.insert(remark).second)
                 Tell(remark);
         if (target) {
-            if (const int result = avcodec_parameters_from_context(target->codecpar, &encoder.Get()); result < 0)
+            if (const int result = avcodec_parameters_from_context(target->codecpar, &encoder.Get());
+                result < 0)
                 ThrowFFmpegFailure("a stream can't be described", result);
             target->time_base = encoder.Get().time_base;
         }
@@ -188,12 +191,15 @@ bool Conversion::Transport(OpenedInput& input, std::map<int, Path*>& paths, Outp
     while (!Interruption::IsWanted()) {
         if (!input.ReadPacket(packet.get()))
             return true;
-        if (const auto path = paths.find(packet->stream_index); path != paths.end() && !path->second->IsDone()) {
+        if (const auto path = paths.find(packet->stream_index);
+            path != paths.end() && !path->second->IsDone()) {
             // A first pass writes nothing: its position is the input's.
-            const int64_t read = Proc::stream_to_global(
-                packet->dts, input->streams[packet->stream_index]->time_base);
+            const int64_t read =
+                Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
             path->second->Take(*packet);
-            progress.Update(output ? output->GetPosition() : read == AV_NOPTS_VALUE ? 0 : read - plan.origin,
+            progress.Update(output                   ? output->GetPosition()
+                            : read == AV_NOPTS_VALUE ? 0
+                                                     : read - plan.origin,
                             output ? output->GetBytes() : 0);
             if (path->second->IsDone() && std::ranges::all_of(paths, [&](const auto& entry) {
                     return entry.second->IsDone() || (anyAwaited && !isAwaited(entry));
@@ -250,7 +256,8 @@ void Conversion::Sum(const ConvertProgress& progress) const
 {
     for (const auto& [stream, packets] : damaged)
         if (packets > 0)
-            Tell(fmt::format("stream {}: {} damaged packet{} left out", stream, packets, packets == 1 ? "" : "s"));
+            Tell(fmt::format("stream {}: {} damaged packet{} left out", stream, packets,
+                             packets == 1 ? "" : "s"));
     std::string line = fmt::format("{}: {}, {} bytes", options.output, DurationText(position), bytes);
     if (const double speed = progress.GetSpeed(); speed > 0)
         line += fmt::format(", {:.3g} times as fast as it plays", speed);

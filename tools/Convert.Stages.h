@@ -40,9 +40,9 @@ public:
 
 /// Where the output begins and ends in the input's time.
 struct TimeFrame {
-    int64_t origin = 0;            ///< microseconds, these two
-    std::optional<int64_t> end;    ///< from the origin
-    bool cutStart = false;         ///< what comes before the origin is not wanted
+    int64_t origin = 0;          ///< microseconds, these two
+    std::optional<int64_t> end;  ///< from the origin
+    bool cutStart = false;       ///< what comes before the origin is not wanted
 
     /// Microseconds of the output; AV_NOPTS_VALUE stays.
     int64_t FromInput(int64_t timestamp, AVRational timeBase) const;

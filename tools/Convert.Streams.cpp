@@ -34,7 +34,8 @@ FrameSize TargetSize(const FrameSize& from, const std::optional<FrameSize>& aske
         return from;
     FrameSize size = *asked;
     // A side that wasn't given follows the picture's shape as people see it; most encoders want it even.
-    const double shape = static_cast<double>(from.width) / from.height * (aspect.num > 0 ? av_q2d(aspect) : 1);
+    const double shape =
+        static_cast<double>(from.width) / from.height * (aspect.num > 0 ? av_q2d(aspect) : 1);
     const auto even = [](double length) { return std::max(2, 2 * static_cast<int>(length / 2 + 0.5)); };
     if (size.width == 0)
         size.width = even(size.height * shape);
@@ -53,8 +54,8 @@ void MakeEven(FrameSize& size, AVPixelFormat format, const AVCodec& encoder, std
                          std::max(size.height >> vertical, 1) << vertical};
     if (even == size)
         return;
-    notes.push_back(fmt::format("{} takes no odd sizes: {}x{} becomes {}x{}", encoder.name, size.width, size.height,
-                                even.width, even.height));
+    notes.push_back(fmt::format("{} takes no odd sizes: {}x{} becomes {}x{}", encoder.name, size.width,
+                                size.height, even.width, even.height));
     size = even;
 }
 
@@ -102,8 +103,8 @@ void PlanRate(StreamPlan& stream, AVFormatContext& input, const AVStream& source
     if (const auto supported = stream.encoder->GetSupportedFrameRate(rate);
         supported && av_cmp_q(*supported, rate) != 0) {
         plan.notes.push_back(fmt::format("{} takes {}/{} pictures per second instead of {}/{}",
-                                         stream.encoder->Get()->name, supported->num, supported->den, rate.num,
-                                         rate.den));
+                                         stream.encoder->Get()->name, supported->num, supported->den,
+                                         rate.num, rate.den));
         rate = *supported;
     }
     stream.frameRate = rate;
@@ -116,8 +117,8 @@ void PlanRate(StreamPlan& stream, AVFormatContext& input, const AVStream& source
 
 void ThrowRefused(const std::string& what)
 {
-    Proc::Details::Raise(Proc::ProcException() << TagDescription(what)
-                                               << TagFailureKind(FailureKind::Unsupported));
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(what) << TagFailureKind(FailureKind::Unsupported));
 }
 
 void ThrowUsage(const std::string& what) { throw UsageError(what); }
@@ -149,11 +150,13 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
 
     FrameSize size{parameters.width, parameters.height};
     Conf::FrameCropping crop;
-    if (Proc::GetFrameCroppingFromCodecParameters(crop, source.codecpar) && !(crop == Conf::FrameCropping())) {
+    if (Proc::GetFrameCroppingFromCodecParameters(crop, source.codecpar) &&
+        !(crop == Conf::FrameCropping())) {
         stream.applyCrop = !container.cropping || options.size;
         if (!stream.applyCrop) {
             video->frameCropping = crop;
-        } else if (int64_t{crop.left} + crop.right < size.width && int64_t{crop.top} + crop.bottom < size.height) {
+        } else if (int64_t{crop.left} + crop.right < size.width &&
+                   int64_t{crop.top} + crop.bottom < size.height) {
             size.width -= static_cast<int>(crop.left + crop.right);
             size.height -= static_cast<int>(crop.top + crop.bottom);
         } else {
@@ -169,10 +172,10 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
     const AVCodecDescriptor* descriptor = avcodec_descriptor_get(target);
     const bool lossless = descriptor && !(descriptor->props & AV_CODEC_PROP_LOSSY);
     const auto from = static_cast<AVPixelFormat>(parameters.format);
-    const PixelChoice choice = ChoosePixelFormat(
-        *stream.encoder, from, parameters.color_range, options.pixelFormat,
-        // Only these have a place for the range beside the stream.
-        lossless && container.rotation && IsFullRange(from, parameters.color_range));
+    const PixelChoice choice =
+        ChoosePixelFormat(*stream.encoder, from, parameters.color_range, options.pixelFormat,
+                          // Only these have a place for the range beside the stream.
+                          lossless && container.rotation && IsFullRange(from, parameters.color_range));
     FrameSize to = TargetSize(size, options.size, aspect);
     if (!options.size && (target == AV_CODEC_ID_H264 || target == AV_CODEC_ID_HEVC))
         MakeEven(to, choice.format, *stream.encoder->Get(), plan.notes);
@@ -195,7 +198,8 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
         if (container.rotation)
             video->displayMatrix = matrix;
         else
-            plan.notes.push_back(fmt::format("stream {}: {} has no place for its rotation", source.index, plan.format));
+            plan.notes.push_back(
+                fmt::format("stream {}: {} has no place for its rotation", source.index, plan.format));
     }
     if (target == parameters.codec_id && parameters.profile >= 0 && choice.format == from)
         video->profile = parameters.profile;
@@ -240,11 +244,13 @@ StreamPlan PlanAudio(const AVStream& source, AVCodecID target, const std::vector
                                              *Conf::LayoutRecord::Find(channels)->name));
     }
     if (layout == Conf::ChannelLayout::None)
-        ThrowRefused(fmt::format("stream {} has {} channels, for which there is no layout", source.index, channels));
+        ThrowRefused(
+            fmt::format("stream {} has {} channels, for which there is no layout", source.index, channels));
     const auto format = static_cast<AVSampleFormat>(parameters.format);
-    const Conf::SampleInfo from(parameters.sample_rate,
-                                Proc::SampleFormatQuorvaFromFFMPEG(format == AV_SAMPLE_FMT_NONE ? AV_SAMPLE_FMT_S16 : format),
-                                layout);
+    const Conf::SampleInfo from(
+        parameters.sample_rate,
+        Proc::SampleFormatQuorvaFromFFMPEG(format == AV_SAMPLE_FMT_NONE ? AV_SAMPLE_FMT_S16 : format),
+        layout);
 
     const auto audio = MakeRefCounted<Conf::AudioCodecDescription>();
     stream.audio = audio;
@@ -254,8 +260,8 @@ StreamPlan PlanAudio(const AVStream& source, AVCodecID target, const std::vector
     audio->sampleInfo = ChooseSampleInfo(*stream.encoder, from, options, rates);
     if (target == parameters.codec_id && parameters.profile >= 0)
         audio->profile = parameters.profile;
-    stream.result = fmt::format("{} Hz, {}, {}", audio->sampleInfo.sampleRate, *audio->sampleInfo.layout->name,
-                                audio->sampleInfo.format->name);
+    stream.result = fmt::format("{} Hz, {}, {}", audio->sampleInfo.sampleRate,
+                                *audio->sampleInfo.layout->name, audio->sampleInfo.format->name);
     stream.text = EncodingText(stream);
     return stream;
 }

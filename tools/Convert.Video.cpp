@@ -144,7 +144,8 @@ void VideoPath::Retime(AVFrame& converted, int64_t time, int64_t duration)
     last = converted;
 }
 
-/// At another rate than the input's, each tick shows the picture that was to be seen then: `last`, up to `time`.
+/// At another rate than the input's, each tick shows the picture that was to be seen then: `last`, up to
+/// `time`.
 void VideoPath::RepeatUntil(int64_t time)
 {
     const AVRational base = encoder.Get().time_base;

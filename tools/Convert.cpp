@@ -36,7 +36,8 @@ FrameSize ParseSize(const std::string& text)
     }
     FrameSize size;
     if (av_parse_video_size(&size.width, &size.height, text.c_str()) < 0)
-        throw CLI::ValidationError("--size", fmt::format("'{}' is no size: 1280x720, 1280x, x720 and hd720 are", text));
+        throw CLI::ValidationError("--size",
+                                   fmt::format("'{}' is no size: 1280x720, 1280x, x720 and hd720 are", text));
     return size;
 }
 
@@ -44,8 +45,8 @@ AVRational ParseFrameRate(const std::string& text)
 {
     AVRational rate{0, 1};
     if (av_parse_video_rate(&rate, text.c_str()) < 0)
-        throw CLI::ValidationError("--frame-rate",
-                                   fmt::format("'{}' is no frame rate: 25, 29.97, 30000/1001 and ntsc are", text));
+        throw CLI::ValidationError(
+            "--frame-rate", fmt::format("'{}' is no frame rate: 25, 29.97, 30000/1001 and ntsc are", text));
     return rate;
 }
 
@@ -64,9 +65,13 @@ int64_t ParseBitrate(const char* option, const std::string& text)
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, number);
     const std::string_view unit(rest, end);
-    const double factor = unit.empty() ? 1 : unit == "k" || unit == "K" ? 1e3 : unit == "M" || unit == "m" ? 1e6 : 0;
+    const double factor = unit.empty()                 ? 1
+                          : unit == "k" || unit == "K" ? 1e3
+                          : unit == "M" || unit == "m" ? 1e6
+                                                       : 0;
     if (error != std::errc() || factor == 0 || !(number * factor >= 1) || number * factor > 1e11)
-        throw CLI::ValidationError(option, fmt::format("'{}' is no bit rate: 800000, 128k and 2.5M are", text));
+        throw CLI::ValidationError(option,
+                                   fmt::format("'{}' is no bit rate: 800000, 128k and 2.5M are", text));
     return static_cast<int64_t>(number * factor);
 }
 
@@ -100,23 +105,28 @@ void AddFiles(CLI::App& command, ConvertOptions& options)
 {
     command.add_option("IN", options.input, "The file to read")->required()->type_name("");
     command
-        .add_option("OUT", options.output,
-                    "The file to write; - for standard output; with %d or %04d in it, one file for each picture")
+        .add_option(
+            "OUT", options.output,
+            "The file to write; - for standard output; with %d or %04d in it, one file for each picture")
         ->required()
         ->type_name("");
     command.add_option("-f,--format", options.format, "Output format; default: as the name of OUT says");
     command.add_flag("--overwrite", options.overwrite, "Replace OUT where it is there already");
-    command.add_flag("--keep-partial", options.keepPartial, "Keep what was written when the conversion fails");
+    command.add_flag("--keep-partial", options.keepPartial,
+                     "Keep what was written when the conversion fails");
 }
 
 void AddStreams(CLI::App& command, ConvertOptions& options)
 {
     command
-        .add_option("--map", options.map,
-                    "Streams to take: 2 for stream 2, v, a or s for all of a kind, a:1 for the second of it; may "
-                    "be given several times. Default: all that OUT can hold")
+        .add_option(
+            "--map", options.map,
+            "Streams to take: 2 for stream 2, v, a or s for all of a kind, a:1 for the second of it; may "
+            "be given several times. Default: all that OUT can hold")
         ->group("Streams");
-    command.add_option("--video-codec", options.videoCodec, "Text identifier, copy or none; `tessadrin codecs` lists them")
+    command
+        .add_option("--video-codec", options.videoCodec,
+                    "Text identifier, copy or none; `tessadrin codecs` lists them")
         ->group("Streams");
     command.add_option("--audio-codec", options.audioCodec, "The same for sound")->group("Streams");
     command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")->group("Streams");
@@ -124,50 +134,64 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
         .add_option("--decoder-implementation", options.decoderImplementation,
                     "Who decodes: ffmpeg, nvdec, directx, qsv")
         ->group("Streams");
-    command.add_option("--encoder-implementation", options.encoderImplementation, "Who encodes: ffmpeg, nvenc, qsv, amf")->group("Streams");
-    command.add_option_function<std::string>(
-               "--start", [&](const std::string& text) { options.start = ParseTime("--start", text); },
-               "Begin here: seconds, or 1:30.5")
+    command
+        .add_option("--encoder-implementation", options.encoderImplementation,
+                    "Who encodes: ffmpeg, nvenc, qsv, amf")
         ->group("Streams");
-    command.add_option_function<std::string>(
-               "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
-               "Convert as much")
+    command
+        .add_option_function<std::string>(
+            "--start", [&](const std::string& text) { options.start = ParseTime("--start", text); },
+            "Begin here: seconds, or 1:30.5")
+        ->group("Streams");
+    command
+        .add_option_function<std::string>(
+            "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
+            "Convert as much")
         ->group("Streams");
 }
 
 void AddPicture(CLI::App& command, ConvertOptions& options)
 {
-    command.add_option_function<std::string>(
-               "--size", [&](const std::string& text) { options.size = ParseSize(text); },
-               "1280x720; 1280x or x720: the other side follows the picture's shape")
+    command
+        .add_option_function<std::string>(
+            "--size", [&](const std::string& text) { options.size = ParseSize(text); },
+            "1280x720; 1280x or x720: the other side follows the picture's shape")
         ->group("Pictures");
-    command.add_option("--pixel-format", options.pixelFormat, "As FFmpeg names it: yuv420p10le")->group("Pictures");
-    command.add_option_function<std::string>(
-               "--frame-rate", [&](const std::string& text) { options.frameRate = ParseFrameRate(text); },
-               "Pictures per second, constant: 25, 30000/1001")
+    command.add_option("--pixel-format", options.pixelFormat, "As FFmpeg names it: yuv420p10le")
+        ->group("Pictures");
+    command
+        .add_option_function<std::string>(
+            "--frame-rate", [&](const std::string& text) { options.frameRate = ParseFrameRate(text); },
+            "Pictures per second, constant: 25, 30000/1001")
         ->group("Pictures");
     command.add_option("--quality", options.quality, "1 is the best, 100 the smallest")
         ->check(CLI::Range(1, 100))
         ->group("Pictures");
-    command.add_option_function<std::string>(
-               "--bitrate", [&](const std::string& text) { options.bitrate = ParseBitrate("--bitrate", text); },
-               "Bits per second: 2.5M")
+    command
+        .add_option_function<std::string>(
+            "--bitrate", [&](const std::string& text) { options.bitrate = ParseBitrate("--bitrate", text); },
+            "Bits per second: 2.5M")
         ->group("Pictures");
-    command.add_flag("--two-pass", options.twoPass, "Look at all pictures first, to share out the bit rate better")
+    command
+        .add_flag("--two-pass", options.twoPass,
+                  "Look at all pictures first, to share out the bit rate better")
         ->group("Pictures");
 }
 
 void AddSound(CLI::App& command, ConvertOptions& options)
 {
-    command.add_option("--sample-rate", options.sampleRate, "Hz")->check(CLI::Range(1, 1536000))->group("Sound");
+    command.add_option("--sample-rate", options.sampleRate, "Hz")
+        ->check(CLI::Range(1, 1536000))
+        ->group("Sound");
     command.add_option("--channels", options.channels, "A number, or a layout's name")->group("Sound");
     command.add_option("--audio-quality", options.audioQuality, "1 is the best, 100 the smallest")
         ->check(CLI::Range(1, 100))
         ->group("Sound");
-    command.add_option_function<std::string>(
-               "--audio-bitrate",
-               [&](const std::string& text) { options.audioBitrate = ParseBitrate("--audio-bitrate", text); },
-               "Bits per second: 128k")
+    command
+        .add_option_function<std::string>(
+            "--audio-bitrate",
+            [&](const std::string& text) { options.audioBitrate = ParseBitrate("--audio-bitrate", text); },
+            "Bits per second: 128k")
         ->group("Sound");
 }
 
@@ -183,12 +207,14 @@ void AddWork(CLI::App& command, ConvertOptions& options)
             "NAME=VALUE for the encoders that have such an option; may be given several times")
         ->allow_extra_args(false)
         ->group("Work");
-    command.add_option("--threads", options.threads, "For each decoder and encoder; default: as there are cores")
+    command
+        .add_option("--threads", options.threads, "For each decoder and encoder; default: as there are cores")
         ->check(CLI::Range(1, 1024))
         ->group("Work");
-    command.add_option_function<std::string>(
-               "--progress", [&](const std::string& form) { options.progressJson = form == "json"; },
-               "line: on the terminal (default); json: lines for programs, on standard output")
+    command
+        .add_option_function<std::string>(
+            "--progress", [&](const std::string& form) { options.progressJson = form == "json"; },
+            "line: on the terminal (default); json: lines for programs, on standard output")
         ->check(CLI::IsMember({"line", "json"}))
         ->group("Work");
 }
@@ -208,12 +234,14 @@ void AddConvert(CLI::App& app, Program& program)
         if (option->get_name() == "--map")
             option->allow_extra_args(false);
     command->footer(
-        "Streams that OUT usually holds are copied, others are encoded. OUT appears when it is complete. Ctrl-C\n"
+        "Streams that OUT usually holds are copied, others are encoded. OUT appears when it is complete. "
+        "Ctrl-C\n"
         "ends it well where it is, twice drops it.\n\n"
         "  tessadrin convert film.mkv film.mp4\n"
         "  tessadrin convert film.mkv small.webm --size x480 --quality 60\n"
         "  tessadrin convert film.mp4 sound.flac\n"
-        "  tessadrin convert film.mp4 part.mkv --video-codec copy --audio-codec copy --start 1:30 --duration 10\n"
+        "  tessadrin convert film.mp4 part.mkv --video-codec copy --audio-codec copy --start 1:30 --duration "
+        "10\n"
         "  tessadrin convert film.mp4 'picture%03d.png' --frame-rate 1");
     command->callback([options, &program] {
         program.command = [options](const Program& chosen) { return RunConvert(*options, chosen); };

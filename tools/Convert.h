@@ -97,7 +97,7 @@ struct StreamPlan {
 
     int input = 0;  ///< index among the input's streams
     Treatment treatment = Treatment::Copy;
-    const AVCodec* decoder = nullptr;                ///< null for copies
+    const AVCodec* decoder = nullptr;               ///< null for copies
     std::optional<Proc::SafeEncoderCodec> encoder;  ///< nothing for copies
     OptionSet options;                              ///< the encoder's
     std::optional<int64_t> bitrate;

@@ -88,7 +88,8 @@ int Run(int argc, char** argv)
         "Say more: -v where and why something failed, and FFmpeg's errors; -vv its warnings; "
         "-vvv information, and so on to -vvvvv");
     app.add_flag("-q,--quiet", program.quiet, "No lines about failures and no progress: the exit code tells");
-    app.footer("Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong, 130 stopped by Ctrl-C.");
+    app.footer(
+        "Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong, 130 stopped by Ctrl-C.");
     AddProbe(app, program);
     AddConvert(app, program);
     AddFormats(app, program);

@@ -15,9 +15,9 @@
 struct JudgedStream {
     std::string kind;                 ///< "video", "audio", "subtitle"
     std::vector<std::string> hashes;  ///< of frames or packets, in their order
-    double first = 0;  ///< seconds
-    double end = 0;    ///< the latest end of a frame or packet
-    double sum = 0;    ///< of all their durations
+    double first = 0;                 ///< seconds
+    double end = 0;                   ///< the latest end of a frame or packet
+    double sum = 0;                   ///< of all their durations
 };
 
 /// What the ffmpeg command reads from a file, complaints being failures of the test.
@@ -45,8 +45,8 @@ inline std::vector<JudgedStream> Judge(const std::string& path, const std::vecto
         } else if (std::sscanf(text.c_str(), "#media_type %zu: %15s", &index, kind) == 2) {
             streams.resize(std::max(streams.size(), index + 1));
             streams[index].kind = kind;
-        } else if (std::sscanf(text.c_str(), "%zu, %lld, %lld, %lld, %lld, %15[0-9a-f]", &index, &dts, &pts, &duration,
-                               &size, hash) == 6) {
+        } else if (std::sscanf(text.c_str(), "%zu, %lld, %lld, %lld, %lld, %15[0-9a-f]", &index, &dts, &pts,
+                               &duration, &size, hash) == 6) {
             JudgedStream& stream = streams.at(index);
             const double base = bases.at(index);
             if (stream.hashes.empty())
@@ -62,9 +62,8 @@ inline std::vector<JudgedStream> Judge(const std::string& path, const std::vecto
 /// What the ffprobe command says of a file.
 inline nlohmann::json Describe(const std::string& path)
 {
-    const Outcome outcome = RunProgram({"-v", "error", "-show_format", "-show_streams", "-show_chapters", "-of",
-                                        "json", path},
-                                       "ffprobe");
+    const Outcome outcome = RunProgram(
+        {"-v", "error", "-show_format", "-show_streams", "-show_chapters", "-of", "json", path}, "ffprobe");
     EXPECT_EQ(outcome.code, 0) << path;
     EXPECT_EQ(outcome.errors, "") << path;
     return nlohmann::json::parse(outcome.output, nullptr, false);

@@ -19,7 +19,7 @@ constinit struct sigaction former[std::size(SIGNALS)] = {};
 Interruption::Interruption()
 {
     wishes = 0;
-    struct sigaction action {};
+    struct sigaction action{};
     action.sa_handler = [](int signal) {
         if (++wishes < 3)
             return;

@@ -24,7 +24,8 @@ std::string ReasonOf(int error) { return std::system_category().message(error); 
 
 [[noreturn]] void ThrowFileFailure(const std::string& what)
 {
-    Proc::Details::Raise(Core::IOException() << TagDescription(what) << TagFailureKind(FailureKind::Unwritable));
+    Proc::Details::Raise(Core::IOException()
+                         << TagDescription(what) << TagFailureKind(FailureKind::Unwritable));
 }
 
 [[noreturn]] void ThrowNoWayBack()
@@ -128,7 +129,7 @@ OutputFiles::~OutputFiles()
 
 boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& path)
 {
-    struct stat status {};
+    struct stat status{};
     if (!overwrite && ::lstat(path.c_str(), &status) == 0)
         ThrowFileFailure("is there already; --overwrite replaces it");
     // A link stays, what it names is replaced.
@@ -160,7 +161,7 @@ std::vector<std::string> OutputFiles::GetUnfinished() const
 
 bool IsStreamPath(const std::string& path)
 {
-    struct stat status {};
+    struct stat status{};
     return path == "-" ||
            (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode));
 }
