@@ -9,6 +9,7 @@
 #include "Proc/Wrappers/Tessadrin/OutputFormat.h"
 #include "Proc/Wrappers/Tessadrin/SafeSwrContext.h"
 #include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
+#include "Proc/Wrappers/Tessadrin/SafeTypes.Hardware.h"
 #include "Proc/Wrappers/Tessadrin/SafeTypes.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CodecTags.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Codecs.h"
