@@ -28,5 +28,6 @@ struct Program {
 void AddProbe(CLI::App& app, Program& program);
 void AddFormats(CLI::App& app, Program& program);
 void AddCodecs(CLI::App& app, Program& program);
+void AddDump(CLI::App& app, Program& program);
 
 }  // namespace Quorva::Tool

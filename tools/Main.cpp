@@ -92,6 +92,7 @@ int Run(int argc, char** argv)
     AddProbe(app, program);
     AddFormats(app, program);
     AddCodecs(app, program);
+    AddDump(app, program);
     try {
         app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {
