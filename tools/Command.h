@@ -2,7 +2,9 @@
 /// What the program's commands share: options, exit codes, and how a command joins the program.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <string>
 
 namespace CLI {
 class App;
@@ -25,10 +27,15 @@ struct Program {
     std::function<ExitCode(const Program&)> command;
 };
 
+/// Microseconds of "90", "1:30" or "1:30.5".
+/// @throws CLI::ValidationError  about `option`: that is no time, or a negative one.
+int64_t ParseTime(const char* option, const std::string& text);
+
 /// Each adds one command to `app`; when the command line chooses it, `program.command` runs it.
 void AddProbe(CLI::App& app, Program& program);
 void AddFormats(CLI::App& app, Program& program);
 void AddCodecs(CLI::App& app, Program& program);
 void AddConvert(CLI::App& app, Program& program);
+void AddDump(CLI::App& app, Program& program);
 
 }  // namespace Quorva::Tool

@@ -12,31 +12,6 @@
 
 namespace Quorva::Tool {
 
-namespace {
-
-[[noreturn]] void ThrowNoMemory(const char* what, uint64_t size)
-{
-    Proc::Details::Raise(Core::MemoryException(fmt::format("Unable to allocate memory for {}", what), size));
-}
-
-Proc::FramePtr NewFrame()
-{
-    Proc::FramePtr frame(av_frame_alloc());
-    if (!frame)
-        ThrowNoMemory("a frame", sizeof(AVFrame));
-    return frame;
-}
-
-/// The device whose memory decoders of an implementation fill; none for those that use the usual one.
-AVHWDeviceType DeviceOf(const std::string& implementation)
-{
-    if (implementation == Proc::ImplNames::NVDEC)
-        return AV_HWDEVICE_TYPE_CUDA;
-    return implementation == Proc::ImplNames::DIRECTX ? AV_HWDEVICE_TYPE_D3D11VA : AV_HWDEVICE_TYPE_NONE;
-}
-
-}  // namespace
-
 int64_t TimeFrame::FromInput(int64_t timestamp, AVRational timeBase) const
 {
     const int64_t time = Proc::stream_to_global(timestamp, timeBase);
@@ -104,69 +79,6 @@ void CopyPath::Send(AVPacket& packet)
     }
     sink.Write(packet, stream, source.time_base);
     done = onlyOne;
-}
-
-StreamDecoder::StreamDecoder(const AVCodec* codec, const AVStream& source, int threads,
-                             const std::string& implementation)
-    : source(source), context(codec), frame(NewFrame())
-{
-    int result = avcodec_parameters_to_context(context.get(), source.codecpar);
-    if (result < 0)
-        ThrowFFmpegFailure(fmt::format("decoder {} refuses stream {}", codec->name, source.index), result);
-    context->pkt_timebase = source.time_base;
-    context->thread_count = threads;
-    if (const AVHWDeviceType type = DeviceOf(implementation);
-        type != AV_HWDEVICE_TYPE_NONE && source.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
-        result = av_hwdevice_ctx_create(&context->hw_device_ctx, type, nullptr, nullptr, 0);
-        if (result < 0)
-            ThrowFFmpegFailure(fmt::format("implementation {} finds no device of type {}", implementation,
-                                           av_hwdevice_get_type_name(type)),
-                               result);
-    }
-    result = avcodec_open2(context.get(), codec, nullptr);
-    if (result < 0)
-        ThrowFFmpegFailure(fmt::format("decoder {} refuses stream {}", codec->name, source.index), result);
-}
-
-void StreamDecoder::Decode(const AVPacket* packet, const TakeFrame& take)
-{
-    const int result = avcodec_send_packet(context.get(), packet);
-    if (result == AVERROR(ENOMEM))
-        ThrowNoMemory("decoding", 0);
-    if (result < 0 && result != AVERROR_EOF)
-        ++damaged;  // what else comes may be whole
-    Receive(take);
-}
-
-void StreamDecoder::Receive(const TakeFrame& take)
-{
-    // Decoders give frames after an error too; one that gives errors alone has an end all the same.
-    for (int errors = 0; errors < 100;) {
-        const int result = avcodec_receive_frame(context.get(), frame.get());
-        if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
-            return;
-        if (result == AVERROR(ENOMEM))
-            ThrowNoMemory("decoding", 0);
-        if (result < 0) {
-            ++damaged;
-            ++errors;
-            continue;
-        }
-        errors = 0;
-        ++frames;
-        if (frame->hw_frames_ctx) {
-            const Proc::FramePtr copy = NewFrame();
-            int transferred = av_hwframe_transfer_data(copy.get(), frame.get(), 0);
-            if (transferred >= 0)
-                transferred = av_frame_copy_props(copy.get(), frame.get());
-            if (transferred < 0)
-                ThrowFFmpegFailure("pictures can't be fetched from the device", transferred);
-            take(*copy);
-        } else {
-            take(*frame);
-        }
-        av_frame_unref(frame.get());
-    }
 }
 
 StreamEncoder::StreamEncoder(Proc::SafeCodecContext context, PacketSink& sink, int stream)

@@ -10,6 +10,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
 #include "host/Media.h"
 #include "tools/Convert.h"
+#include "tools/support/StreamDecoder.h"
 
 #include <deque>
 #include <functional>
@@ -17,11 +18,6 @@
 #include <string>
 
 namespace Quorva::Tool {
-
-struct DeletePacket {
-    void operator()(AVPacket* packet) const { Proc::ReleasePacket(&packet); }
-};
-using PacketPointer = std::unique_ptr<AVPacket, DeletePacket>;
 
 /// Whom packets go to.
 class PacketSink {
@@ -84,28 +80,6 @@ private:
     int64_t nextDts = AV_NOPTS_VALUE;   ///< for packets without time stamps
     std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
     bool begun = false;
-};
-
-/// A decoder and its stream.
-class StreamDecoder {
-public:
-    using TakeFrame = std::function<void(AVFrame&)>;
-
-    /// @param device  the memory it decodes in; empty for the usual
-    StreamDecoder(const AVCodec* codec, const AVStream& source, int threads, const std::string& device);
-    /// @param packet  null: everything that the decoder still holds
-    void Decode(const AVPacket* packet, const TakeFrame& take);
-    uint64_t GetDamaged() const { return damaged; }
-    uint64_t GetFrames() const { return frames; }
-
-private:
-    void Receive(const TakeFrame& take);
-
-    const AVStream& source;
-    Proc::SafeCodecContext context;
-    Proc::FramePtr frame;
-    uint64_t damaged = 0;
-    uint64_t frames = 0;
 };
 
 /// An opened encoder and where its packets go.

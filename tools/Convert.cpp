@@ -50,14 +50,6 @@ AVRational ParseFrameRate(const std::string& text)
     return rate;
 }
 
-int64_t ParseTime(const char* option, const std::string& text)
-{
-    int64_t time = 0;
-    if (av_parse_time(&time, text.c_str(), 1) < 0 || time < 0)
-        throw CLI::ValidationError(option, fmt::format("'{}' is no time: 90, 1:30 and 1:30.5 are", text));
-    return time;
-}
-
 /// "2M", "128k", "800000" bits per second.
 int64_t ParseBitrate(const char* option, const std::string& text)
 {

@@ -94,6 +94,7 @@ int Run(int argc, char** argv)
     AddConvert(app, program);
     AddFormats(app, program);
     AddCodecs(app, program);
+    AddDump(app, program);
     try {
         app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {

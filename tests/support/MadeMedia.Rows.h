@@ -19,6 +19,9 @@ inline constexpr const char* x265 =
     "libx265 preset=ultrafast:x265-params='log-level=none:pools=none:frame-threads=1'";
 inline constexpr const char* x265mp4 =
     "libx265 tag=hvc1:preset=ultrafast:x265-params='log-level=none:pools=none:frame-threads=1'";
+inline constexpr const char* x265hdr =
+    "libx265 pix_fmt='yuv420p10le:color_spaces=bt2020nc':color_primaries=bt2020:color_trc=smpte2084:"
+    "preset=ultrafast:frames=5:x265-params='log-level=none:pools=none:frame-threads=1'";
 inline constexpr const char* vp8 = "libvpx deadline=realtime:cpu-used=8";
 inline constexpr const char* vp9 = "libvpx-vp9 deadline=realtime:cpu-used=8";
 inline constexpr const char* aom = "libaom-av1 frames=5:usage=realtime:cpu-used=8";
@@ -90,6 +93,7 @@ inline constexpr MediaRow mediaRows[] = {
     {"h264-flac-srt.mkv", "matroska", x264, "flac", "srt", nullptr, F::FORMAT_MATROSKA, {}, {}},
     {"hevc-opus-ass.mkv", "matroska", x265, "libopus", "ass", nullptr, F::FORMAT_MATROSKA, {}, {}},
     {"mpeg2-ac3-dvdsub.mkv", "matroska", "mpeg2video", "ac3", "dvdsub", nullptr, F::FORMAT_MATROSKA, {}, {}},
+    Video("hdr10.mkv", "matroska", x265hdr, F::FORMAT_MATROSKA),
     Both("ffv1-pcm.mkv", "matroska", "ffv1 level=3", "pcm_s16le", F::FORMAT_MATROSKA),
     Both("theora-vorbis.mkv", "matroska", "libtheora", "libvorbis", F::FORMAT_MATROSKA),
     Both("utvideo-truehd.mkv", "matroska", "utvideo frames=5", "truehd rate=48000", F::FORMAT_MATROSKA),
