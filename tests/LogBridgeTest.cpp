@@ -10,15 +10,6 @@
 #include <cstdarg>
 #include <thread>
 
-#ifdef __SANITIZE_THREAD__
-// The logging library itself takes its lock of records before that of sinks in SendToLog(), and the other way
-// round where a sink logs in WaitTillSent().
-extern "C" TESSADRIN_API const char* __tsan_default_suppressions()
-{
-    return "deadlock:google::LogMessage::SendToLog";
-}
-#endif
-
 namespace Quorva::Proc {
 namespace {
 
