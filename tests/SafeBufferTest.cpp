@@ -306,7 +306,7 @@ TEST(SafeFrame, SaysWhichPictureThereIsNoMemoryFor)
     } rows[] = {{AV_PIX_FMT_BGRA, -1, 3, 0},
                 {AV_PIX_FMT_NONE, 7, 3, 0},
                 {AV_PIX_FMT_VAAPI, 7, 3, 0},
-                {AV_PIX_FMT_BGRA, 20000, 20000, 1'600'000'000}};
+                {AV_PIX_FMT_BGRA, 12000, 12000, 576'000'000}};
     av_max_alloc(100'000'000);
     for (const auto& row : rows)
         try {
