@@ -37,10 +37,9 @@ Outcome Dump(const std::string& file, const std::string& name, const std::string
 /// The picture of a file that `filter` leaves, as rows of BGRA, by the ffmpeg command.
 std::string Pixels(const std::string& file, const std::string& filter = "null")
 {
-    const Outcome outcome =
-        RunProgram({"-v", "error", "-i", file, "-frames:v", "1", "-vf", filter, "-f", "rawvideo", "-pix_fmt",
-                    "bgra", "-"},
-                   "ffmpeg");
+    const Outcome outcome = RunProgram({"-v", "error", "-i", file, "-frames:v", "1", "-vf", filter, "-f",
+                                        "rawvideo", "-pix_fmt", "bgra", "-"},
+                                       "ffmpeg");
     EXPECT_EQ(outcome.errors, "") << file;
     return outcome.output;
 }
@@ -57,7 +56,8 @@ void ExpectSamePicture(const std::string& dump, const std::string& expected, int
                 continue;  // a mark
             for (int i = 0; i < 4; ++i) {
                 const auto place = static_cast<size_t>((y * width + x) * 4 + i);
-                const int difference = static_cast<uint8_t>(found[place]) - static_cast<uint8_t>(expected[place]);
+                const int difference =
+                    static_cast<uint8_t>(found[place]) - static_cast<uint8_t>(expected[place]);
                 ASSERT_LE(std::abs(difference), tolerance) << dump << " at " << x << ", " << y;
             }
         }
@@ -92,8 +92,8 @@ TEST(DumpTool, PicturesAreThoseOfFFmpegOutsideTheMarks)
             const std::string size = std::to_string(row.width) + ":" + std::to_string(row.height);
             std::vector<std::string> words = Words(row.made);
             words.front() += ",crop=" + size + ":0:0:exact=1";
-            std::vector<std::string> line = {"-f", "lavfi", "-i", "testsrc2=size=64x48:duration=1", "-frames:v", "1",
-                                             "-filter_complex"};
+            std::vector<std::string> line = {
+                "-f", "lavfi", "-i", "testsrc2=size=64x48:duration=1", "-frames:v", "1", "-filter_complex"};
             line.insert(line.end(), words.begin(), words.end());
             line.push_back(file);
             RunFFmpeg(line);
@@ -104,7 +104,8 @@ TEST(DumpTool, PicturesAreThoseOfFFmpegOutsideTheMarks)
         const Outcome outcome = Dump(file, name, row.options);
         EXPECT_EQ(outcome.code, 0);
         EXPECT_EQ(outcome.errors, "");
-        ExpectSamePicture(name + "_000_key=1.bmp", Pixels(file, "scale=flags=neighbor,format=bgr24|bgra|gray"), row.width,
+        ExpectSamePicture(name + "_000_key=1.bmp",
+                          Pixels(file, "scale=flags=neighbor,format=bgr24|bgra|gray"), row.width,
                           row.tolerance);
     }
 }
@@ -113,15 +114,18 @@ TEST(DumpTool, PicturesAreThoseThatWereAskedFor)
 {
     const TemporaryFolder folder;
     const std::string film = Made("h264-aac.mp4");  // 25 pictures in a second
-    EXPECT_THAT(Dump(film, folder.At("x"), "--every 10 --count 5").output,
-                testing::AllOf(HasSubstr("x_000_key=1.bmp  0:00:00.000  128x96 yuv420p\n"),
-                               HasSubstr("x_001_key=0.bmp  0:00:00.400  "),
-                               HasSubstr("x_002_key=0.bmp  0:00:00.800  "), testing::Not(HasSubstr("x_003"))));
-    ExpectSamePicture(folder.At("x_001_key=0.bmp"), Pixels(film, "select=eq(n\\,10),scale=flags=neighbor,format=bgr24"), 128, 2);
+    EXPECT_THAT(
+        Dump(film, folder.At("x"), "--every 10 --count 5").output,
+        testing::AllOf(HasSubstr("x_000_key=1.bmp  0:00:00.000  128x96 yuv420p\n"),
+                       HasSubstr("x_001_key=0.bmp  0:00:00.400  "),
+                       HasSubstr("x_002_key=0.bmp  0:00:00.800  "), testing::Not(HasSubstr("x_003"))));
+    ExpectSamePicture(folder.At("x_001_key=0.bmp"),
+                      Pixels(film, "select=eq(n\\,10),scale=flags=neighbor,format=bgr24"), 128, 2);
 
     // What is on the screen then began before.
     EXPECT_THAT(Dump(film, folder.At("at"), "--at 0.57").output, HasSubstr("at_000_key=0.bmp  0:00:00.560"));
-    ExpectSamePicture(folder.At("at_000_key=0.bmp"), Pixels(film, "select=eq(n\\,14),scale=flags=neighbor,format=bgr24"), 128, 2);
+    ExpectSamePicture(folder.At("at_000_key=0.bmp"),
+                      Pixels(film, "select=eq(n\\,14),scale=flags=neighbor,format=bgr24"), 128, 2);
     const Outcome late = Dump(film, folder.At("late"), "--at 1:00");
     EXPECT_EQ(late.code, 1);
     EXPECT_THAT(late.ErrorLines(), ElementsAre(film + ": nothing at or after 0:01:00.000"));
@@ -164,13 +168,14 @@ TEST(DumpTool, FailuresAreOneLine)
         const char* options;
         std::string reason;
     } rows[] = {
-        {film, "missing/x", "", "can't open '" + folder.At("missing/x_000_key=1.bmp") + "': No such file or directory"},
-        {film, "x", "--stream 7", "no stream 7: there are 2"},
-        {film, "x", "--stream 1", "stream 1 is audio, which has no pictures"},
-        {film, "x", "--hardware opengl", "no hardware devices 'opengl'; this FFmpeg has "},
-        {hdr, "x", "--hardware opencl", "opencl takes no yuv420p10le pictures, but yuv420p, "},
-        {sound, "x", "", "no pictures and no subtitles in it"},
-        {folder.At("none"), "x", "", "Can't open for reading: No such file or directory"},
+        {film,              "missing/x", "",
+         "can't open '" + folder.At("missing/x_000_key=1.bmp") + "': No such file or directory"                    },
+        {film,              "x",         "--stream 7",        "no stream 7: there are 2"                           },
+        {film,              "x",         "--stream 1",        "stream 1 is audio, which has no pictures"           },
+        {film,              "x",         "--hardware opengl", "no hardware devices 'opengl'; this FFmpeg has "     },
+        {hdr,               "x",         "--hardware opencl", "opencl takes no yuv420p10le pictures, but yuv420p, "},
+        {sound,             "x",         "",                  "no pictures and no subtitles in it"                 },
+        {folder.At("none"), "x",         "",                  "Can't open for reading: No such file or directory"  },
     };
     for (const auto& row : rows) {
         const Outcome outcome = Dump(row.file, folder.At(row.name), row.options);

@@ -8,10 +8,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <climits>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -32,19 +32,18 @@ const Conf::ColorSpace COLOURS{AVCOL_PRI_BT2020, AVCOL_TRC_SMPTE2084, AVCOL_SPC_
 /// A device of FFmpeg's that no driver stands behind; never to be initialised.
 Reference Driverless(AVHWDeviceType type) { return Reference(av_hwdevice_ctx_alloc(type)); }
 
-Failure Thrown(const char* description, const char* function)
-{
-    return {description, function, "SafeTypes"};
-}
+Failure Thrown(const char* description, const char* function) { return {description, function, "SafeTypes"}; }
 
 /// Bytes of the rows of all planes, without what is between rows.
 std::string PictureOf(const AVFrame& frame)
 {
     const auto format = static_cast<AVPixelFormat>(frame.format);
-    std::string bytes(static_cast<size_t>(av_image_get_buffer_size(format, frame.width, frame.height, 1)), '\0');
-    EXPECT_GT(av_image_copy_to_buffer(reinterpret_cast<uint8_t*>(bytes.data()), static_cast<int>(bytes.size()),
-                                      frame.data, frame.linesize, format, frame.width, frame.height, 1),
-              0);
+    std::string bytes(static_cast<size_t>(av_image_get_buffer_size(format, frame.width, frame.height, 1)),
+                      '\0');
+    EXPECT_GT(
+        av_image_copy_to_buffer(reinterpret_cast<uint8_t*>(bytes.data()), static_cast<int>(bytes.size()),
+                                frame.data, frame.linesize, format, frame.width, frame.height, 1),
+        0);
     return bytes;
 }
 
@@ -117,11 +116,13 @@ TEST_F(OpenCl, PicturesOfEveryFormatComeBackAsTheyWere)
 TEST_F(OpenCl, NothingOutlivesItsLastOwner)
 {
     Reference deviceCount(av_buffer_ref(device.Get()));
-    const auto owners = [](const Reference& reference) { return av_buffer_get_ref_count(reference.get()) - 1; };
+    const auto owners = [](const Reference& reference) {
+        return av_buffer_get_ref_count(reference.get()) - 1;
+    };
     ASSERT_EQ(owners(deviceCount), 1);
-    EXPECT_EQ(FailureOf<Proc::ProcException>(
-                  [&] { device.AllocFramesContextBuffer({64, 48}, PixFmt::PAL8, 0); }),
-              Thrown("Unsupported pixel format", "AllocFramesContextBuffer"));
+    EXPECT_EQ(
+        FailureOf<Proc::ProcException>([&] { device.AllocFramesContextBuffer({64, 48}, PixFmt::PAL8, 0); }),
+        Thrown("Unsupported pixel format", "AllocFramesContextBuffer"));
     EXPECT_EQ(owners(deviceCount), 1) << "a pool was left";
 
     SafeBuffer pool = device.AllocFramesContextBuffer({64, 48}, PixFmt::NV12, 0);
@@ -191,8 +192,9 @@ TEST_F(OpenCl, ARoundTripKeepsThePictureAndItsProperties)
         EXPECT_EQ(back->colorspace, AVCOL_SPC_BT2020_NCL);
         EXPECT_EQ(back->sample_aspect_ratio.num, 4);
     }
-    EXPECT_THAT(FailureOf<Proc::ProcException>([&] { trip(*Noise(AV_PIX_FMT_PAL8, 8, 8).get()); }).description,
-                testing::AllOf(testing::HasSubstr("opencl takes no pal8 pictures"), testing::HasSubstr("nv12")));
+    EXPECT_THAT(
+        FailureOf<Proc::ProcException>([&] { trip(*Noise(AV_PIX_FMT_PAL8, 8, 8).get()); }).description,
+        testing::AllOf(testing::HasSubstr("opencl takes no pal8 pictures"), testing::HasSubstr("nv12")));
 }
 
 TEST(HardwareRoundTrip, KnowsItsDevices)
@@ -207,15 +209,15 @@ TEST(SafeBuffer, RefusesWhatIsNeitherDeviceNorPool)
     EXPECT_EQ(FailureOf<Proc::ProcException>([&] { SafeBuffer{data.get()}; }),
               Thrown("The buffer does not contain valid hardware context", "SafeBuffer"));
     EXPECT_EQ(av_buffer_get_ref_count(data.get()), 1);
-    EXPECT_EQ(FailureOf<Proc::ProcException>([&] {
-                  SafeBuffer(AV_HWDEVICE_TYPE_DRM, "/nowhere/at/all", nullptr, 0);
-              }),
+    EXPECT_EQ(FailureOf<Proc::ProcException>(
+                  [&] { SafeBuffer(AV_HWDEVICE_TYPE_DRM, "/nowhere/at/all", nullptr, 0); }),
               Thrown("Can't create hardware device context", "SafeBuffer"));
 }
 
 TEST(SafeBuffer, EmptyAndWrongKindsThrowForEveryUse)
 {
-    const Failure noDevice = Thrown("The buffer does not contain a hardware device context", "GetDeviceContext");
+    const Failure noDevice =
+        Thrown("The buffer does not contain a hardware device context", "GetDeviceContext");
     const Failure noPool = Thrown("The buffer does not contain a hardware frame context", "GetFramesContext");
     SafeBuffer moved(Driverless(AV_HWDEVICE_TYPE_CUDA).get());
     SafeBuffer device = std::move(moved);
@@ -225,7 +227,9 @@ TEST(SafeBuffer, EmptyAndWrongKindsThrowForEveryUse)
     const SafeFrame frame;
     SafeBuffer fresh;
     for (SafeBuffer* buffer : {&fresh, &moved, &device}) {
-        const auto failure = [&](auto action) { return FailureOf<Proc::ProcException>([&] { action(*buffer); }); };
+        const auto failure = [&](auto action) {
+            return FailureOf<Proc::ProcException>([&] { action(*buffer); });
+        };
         EXPECT_EQ(failure([](SafeBuffer& b) { b.GetFramesContext(); }), noPool);
         EXPECT_EQ(failure([](SafeBuffer& b) { b.GetDeviceContextBuffer(); }), noPool);
         EXPECT_EQ(failure([](SafeBuffer& b) { b.InitFramesContext(); }), noPool);
@@ -235,7 +239,8 @@ TEST(SafeBuffer, EmptyAndWrongKindsThrowForEveryUse)
             continue;
         EXPECT_EQ(failure([](SafeBuffer& b) { b.GetDeviceContext(); }), noDevice);
         EXPECT_EQ(failure([](SafeBuffer& b) { b.GetFramesConstraints(nullptr); }), noDevice);
-        EXPECT_EQ(failure([](SafeBuffer& b) { b.AllocFramesContextBuffer({8, 8}, PixFmt::NV12, 0); }), noDevice);
+        EXPECT_EQ(failure([](SafeBuffer& b) { b.AllocFramesContextBuffer({8, 8}, PixFmt::NV12, 0); }),
+                  noDevice);
     }
 }
 
@@ -257,8 +262,9 @@ TEST(SafeBuffer, DevicesWithoutADriverFailEachInTheirWay)
     EXPECT_FALSE(SafeBuffer(Driverless(AV_HWDEVICE_TYPE_DRM).get()).GetFramesConstraints(nullptr));
 
     SafeBuffer cuda(Driverless(AV_HWDEVICE_TYPE_CUDA).get());
-    EXPECT_EQ(FailureOf<Proc::ProcException>([&] { cuda.AllocFramesContextBuffer({64, 48}, PixFmt::PAL8, 0); }),
-              Thrown("Unsupported pixel format", "AllocFramesContextBuffer"));
+    EXPECT_EQ(
+        FailureOf<Proc::ProcException>([&] { cuda.AllocFramesContextBuffer({64, 48}, PixFmt::PAL8, 0); }),
+        Thrown("Unsupported pixel format", "AllocFramesContextBuffer"));
     const SafeBuffer pool = cuda.AllocFramesContextBuffer({64, 48}, PixFmt::NV12, 3);
     EXPECT_EQ(pool.GetFramesContext()->format, AV_PIX_FMT_CUDA);
     EXPECT_EQ(pool.GetFramesContext()->sw_format, AV_PIX_FMT_NV12);
@@ -303,10 +309,12 @@ TEST(SafeFrame, SaysWhichPictureThereIsNoMemoryFor)
         AVPixelFormat format;
         int width, height;
         uint64_t size;
-    } rows[] = {{AV_PIX_FMT_BGRA, -1, 3, 0},
-                {AV_PIX_FMT_NONE, 7, 3, 0},
-                {AV_PIX_FMT_VAAPI, 7, 3, 0},
-                {AV_PIX_FMT_BGRA, 12000, 12000, 576'000'000}};
+    } rows[] = {
+        {AV_PIX_FMT_BGRA,  -1,    3,     0          },
+        {AV_PIX_FMT_NONE,  7,     3,     0          },
+        {AV_PIX_FMT_VAAPI, 7,     3,     0          },
+        {AV_PIX_FMT_BGRA,  12000, 12000, 576'000'000}
+    };
     av_max_alloc(100'000'000);
     for (const auto& row : rows)
         try {

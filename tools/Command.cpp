@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-
 namespace Quorva::Tool {
 
 int64_t ParseTime(const char* option, const std::string& text)

@@ -1,7 +1,7 @@
+#include "tools/Dump.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Codecs.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dumps.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
-#include "tools/Dump.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Text.h"
 

@@ -6,8 +6,8 @@
 #include "tools/support/OpenedInput.h"
 #include "tools/support/Text.h"
 
-#include "Proc/Wrappers/Tessadrin/Tessadrin.Dumps.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Dumps.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -100,7 +100,8 @@ public:
         if (Interruption::IsWanted())
             return EXIT_STOPPED;
         if (whole && dumps == 0 && code == EXIT_ALL_WELL && !options.packets)
-            Fail(options.at > 0 ? "nothing at or after " + DurationText(options.at) : "nothing came out of it");
+            Fail(options.at > 0 ? "nothing at or after " + DurationText(options.at)
+                                : "nothing came out of it");
         return code;
     }
 

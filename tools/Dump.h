@@ -58,7 +58,7 @@ private:
     LibraryErrors& errors;  ///< a dump that can't be written says so there alone
     const std::string name;
     const int64_t start;
-    std::optional<StreamDecoder> pictures;           ///< one of these two
+    std::optional<StreamDecoder> pictures;  ///< one of these two
     std::optional<Proc::SafeCodecContext> subtitles;
     std::optional<HardwareRoundTrip> device;
     uint64_t seen = 0;  ///< pictures or subtitles behind options.at

@@ -16,8 +16,8 @@ namespace {
 
 [[noreturn]] void ThrowUnsupported(const std::string& what)
 {
-    Proc::Details::Raise(Proc::ProcException() << TagDescription(what)
-                                               << TagFailureKind(FailureKind::Unsupported));
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(what) << TagFailureKind(FailureKind::Unsupported));
 }
 
 AVHWDeviceType TypeNamed(const std::string& name)

@@ -17,8 +17,9 @@ constexpr int ALIGNMENT = 32;  // of rows, bytes: what FFmpeg's vector code like
 template <class Context>
 Context* Contents(const AVBufferRef* buffer)
 {
-    return buffer && buffer->data && buffer->size == sizeof(Context) ? reinterpret_cast<Context*>(buffer->data)
-                                                                     : nullptr;
+    return buffer && buffer->data && buffer->size == sizeof(Context)
+               ? reinterpret_cast<Context*>(buffer->data)
+               : nullptr;
 }
 static_assert(sizeof(AVHWDeviceContext) != sizeof(AVHWFramesContext));
 
@@ -39,7 +40,8 @@ void SetColorSpace(AVFrame& frame, const Conf::ColorSpace& colorSpace)
 
 }  // namespace
 
-SafeFrame::SafeFrame(const Conf::ColorSpace& colorSpace, AVPixelFormat format, int width, int height, int sarNum,
+SafeFrame::SafeFrame(const Conf::ColorSpace& colorSpace, AVPixelFormat format, int width, int height,
+                     int sarNum,
                      int sarDen)
     : SafeFrame()  // from here on the destructor frees the frame, whatever is thrown
 {
@@ -47,7 +49,8 @@ SafeFrame::SafeFrame(const Conf::ColorSpace& colorSpace, AVPixelFormat format, i
         const int size = av_image_get_buffer_size(format, width, height, ALIGNMENT);
         Raise(Core::MemoryException("Unable to allocate memory for AVFrame data",
                                     static_cast<uint64_t>(std::max(size, 0)))
-              << Core::MemoryException::TagFrameWidth(width) << Core::MemoryException::TagFrameHeight(height));
+              << Core::MemoryException::TagFrameWidth(width)
+              << Core::MemoryException::TagFrameHeight(height));
     }
     ownsData = true;
     SetColorSpace(*frame, colorSpace);
@@ -110,9 +113,9 @@ std::unique_ptr<HWFramesConstraints> SafeBuffer::GetFramesConstraints(const void
         return nullptr;
     const auto free = [](AVHWFramesConstraints* constraints) { av_hwframe_constraints_free(&constraints); };
     const std::unique_ptr<AVHWFramesConstraints, decltype(free)> owner(found);
-    return std::make_unique<HWFramesConstraints>(ListOf(found->valid_hw_formats), ListOf(found->valid_sw_formats),
-                                                 found->min_width, found->min_height, found->max_width,
-                                                 found->max_height);
+    return std::make_unique<HWFramesConstraints>(ListOf(found->valid_hw_formats),
+                                                 ListOf(found->valid_sw_formats), found->min_width,
+                                                 found->min_height, found->max_width, found->max_height);
 }
 
 SafeBuffer SafeBuffer::AllocFramesContextBuffer(const FrameSize& size, PixFmt swFormat, int poolSize)

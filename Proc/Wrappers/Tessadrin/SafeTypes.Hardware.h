@@ -25,8 +25,8 @@ struct HWFramesConstraints {
     int maxHeight = 0;
 };
 
-/// Owns one AVFrame and, where it allocated that itself, the picture in it. Movable, not copyable; a moved-from
-/// object is empty. One thread at a time.
+/// Owns one AVFrame and, where it allocated that itself, the picture in it. Movable, not copyable; a
+/// moved-from object is empty. One thread at a time.
 class SafeFrame {
 public:
     /// A frame without a picture.
@@ -37,8 +37,8 @@ public:
             Details::Raise(
                 Core::MemoryException("Unable to allocate memory for AVFrame struct", sizeof(AVFrame)));
     }
-    /// A frame with a picture of undefined contents, rows aligned to 32 bytes. No key frame. The picture isn't
-    /// reference-counted: FFmpeg copies it where it would keep a reference.
+    /// A frame with a picture of undefined contents, rows aligned to 32 bytes. No key frame. The picture
+    /// isn't reference-counted: FFmpeg copies it where it would keep a reference.
     /// @param width, height   pixels
     /// @param sarNum, sarDen  shape of the pixels
     /// @throws Core::MemoryException  frame or picture cannot be allocated, as for formats and sizes that
@@ -75,9 +75,9 @@ private:
     bool ownsData = false;  ///< its picture is memory of av_image_alloc(), not reference-counted
 };
 
-/// A reference to a hardware device, or to a pool of frames on one; both are FFmpeg's and counted by it. A pool
-/// keeps its device alive. Movable, not copyable. One thread at a time; objects on different threads may share
-/// a device or pool.
+/// A reference to a hardware device, or to a pool of frames on one; both are FFmpeg's and counted by it. A
+/// pool keeps its device alive. Movable, not copyable. One thread at a time; objects on different threads may
+/// share a device or pool.
 class TESSADRIN_API SafeBuffer {
 public:
     SafeBuffer() = default;
