@@ -1,6 +1,7 @@
 // Hardware devices, pools and frames: on OpenCL, which pocl runs on the CPU, and on devices without a driver.
 #include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
 #include "Proc/Wrappers/Tessadrin/SafeTypes.Hardware.h"
+#include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 #include "tools/support/HardwareRoundTrip.h"
 
@@ -8,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -150,6 +150,7 @@ TEST_F(OpenCl, NothingOutlivesItsLastOwner)
     EXPECT_EQ(owners(deviceCount), withPool);
 
     std::optional<SafeFrame> frame(pool.AllocFrame(COLOURS));
+    pool.AllocFrame(frame->get());  // the picture it had goes back
     device = SafeBuffer();
     pool = SafeBuffer();
     EXPECT_EQ(owners(poolCount), 1) << "of the frame";
@@ -158,6 +159,20 @@ TEST_F(OpenCl, NothingOutlivesItsLastOwner)
     EXPECT_EQ(owners(poolCount), 0);
     poolCount.reset();
     EXPECT_EQ(owners(deviceCount), 0);
+}
+
+TEST_F(OpenCl, SaysWhereMemoryEnds)
+{
+    SafeBuffer pool = device.AllocFramesContextBuffer({64, 48}, PixFmt::NV12, 0);
+    pool.InitFramesContext();
+    const SafeFrame frame;
+    {
+        const AllocationLimit limit(1);
+        EXPECT_EQ(FailureOf<Exception>([&] { pool.AllocFrame(frame.get()); }),
+                  Thrown("Not enough memory to create hardware frame", "AllocFrame"));
+    }
+    pool.AllocFrame(frame.get());
+    EXPECT_EQ(frame->width, 64);
 }
 
 TEST_F(OpenCl, ThreadsShareAPool)
@@ -280,6 +295,27 @@ TEST(SafeBuffer, DevicesWithoutADriverFailEachInTheirWay)
     }
 }
 
+TEST(SafeBuffer, APoolThatFindsNoMemoryLeavesNothing)
+{
+    const Reference reference = Driverless(AV_HWDEVICE_TYPE_CUDA);
+    SafeBuffer cuda(reference.get());
+    std::vector<std::string> messages;  // as the largest allocation grows
+    for (size_t largest = 16; largest <= 1024; largest += 8) {
+        const AllocationLimit limit(largest);
+        std::string message = "none";
+        try {
+            cuda.AllocFramesContextBuffer({64, 48}, PixFmt::NV12, 0);
+        } catch (const Proc::ProcException& e) {
+            message = *boost::get_error_info<TagDescription>(e);
+        }
+        EXPECT_EQ(av_buffer_get_ref_count(reference.get()), 2) << message;
+        if (messages.empty() || messages.back() != message)
+            messages.push_back(message);
+    }
+    EXPECT_THAT(messages, testing::ElementsAre("Can't retrieve supported pixel formats",
+                                               "Can't create hardware frames context", "none"));
+}
+
 TEST(SafeFrame, OwnsItsPictureOnce)
 {
     SafeFrame frame(COLOURS, AV_PIX_FMT_BGRA, 7, 3, 1, 1);
@@ -315,8 +351,8 @@ TEST(SafeFrame, SaysWhichPictureThereIsNoMemoryFor)
         {AV_PIX_FMT_VAAPI, 7,     3,     0          },
         {AV_PIX_FMT_BGRA,  12000, 12000, 576'000'000}
     };
-    av_max_alloc(100'000'000);
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
+        const AllocationLimit limit(100'000'000);
         try {
             SafeFrame(COLOURS, row.format, row.width, row.height, 1, 1);
             ADD_FAILURE() << "nothing thrown";
@@ -327,10 +363,10 @@ TEST(SafeFrame, SaysWhichPictureThereIsNoMemoryFor)
             EXPECT_EQ(*boost::get_error_info<MemoryException::TagFrameHeight>(e), row.height);
             EXPECT_EQ(PlaceOf(e, "").function, "SafeFrame");
         }
-    av_max_alloc(1);
+    }
+    const AllocationLimit limit(1);
     EXPECT_EQ(FailureOf<MemoryException>([] { SafeFrame(); }),
               Thrown("Unable to allocate memory for AVFrame struct", "SafeFrame"));
-    av_max_alloc(INT_MAX);
 }
 
 }  // namespace

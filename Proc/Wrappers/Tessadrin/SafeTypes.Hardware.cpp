@@ -38,6 +38,18 @@ void SetColorSpace(AVFrame& frame, const Conf::ColorSpace& colorSpace)
     frame.colorspace = static_cast<AVColorSpace>(colorSpace.matrix);
 }
 
+/// FFmpeg puts a pool's picture in place of what the frame holds and releases nothing of that.
+void ReleaseBuffers(AVFrame& frame)
+{
+    for (AVBufferRef*& buffer : frame.buf)
+        av_buffer_unref(&buffer);
+    for (int i = 0; i < frame.nb_extended_buf; ++i)
+        av_buffer_unref(&frame.extended_buf[i]);
+    av_freep(&frame.extended_buf);
+    frame.nb_extended_buf = 0;
+    av_buffer_unref(&frame.hw_frames_ctx);
+}
+
 }  // namespace
 
 SafeFrame::SafeFrame(const Conf::ColorSpace& colorSpace, AVPixelFormat format, int width, int height,
@@ -148,6 +160,7 @@ void SafeBuffer::InitFramesContext()
 void SafeBuffer::AllocFrame(AVFrame* frame) const
 {
     GetFramesContext();
+    ReleaseBuffers(*frame);
     const int result = av_hwframe_get_buffer(buffer, frame, 0);
     if (result == AVERROR(ENOMEM))
         Throw<Exception>("Not enough memory to create hardware frame");

@@ -125,8 +125,8 @@ public:
     /// @throws ProcException  no pool, or the device refuses.
     void InitFramesContext();
 
-    /// Gives `frame` a picture of the pool. The frame keeps the pool alive.
-    /// @param frame  without a picture
+    /// Gives `frame` a picture of the pool, in place of the one it has. The frame keeps the pool alive.
+    /// @param frame  not null; its buffers are released before, its other fields stay
     /// @throws ProcException  no pool.
     /// @throws Quorva::Exception  there is no picture to be had, as from a pool that isn't ready.
     void AllocFrame(AVFrame* frame) const;
