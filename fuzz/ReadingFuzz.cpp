@@ -1,34 +1,126 @@
-// Any bytes, opened through the read and seek callbacks and read to the end with the skipping reader, come to
-// an end without a fault.
+// Any bytes, opened through the read and seek callbacks and read to the end with the skipping reader, come to an
+// end without a fault, whatever the stream does: the first bytes choose whether it gives less than was asked for,
+// claims another length, or throws at a certain call.
 #include "Proc/Wrappers/Tessadrin/InputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "fuzz/support/Input.h"
+#include "host/RefCounting.h"
+
+#include <memory>
+
+#if __has_include(<sanitizer/lsan_interface.h>)
+#include <sanitizer/lsan_interface.h>
+#endif
 
 using namespace Quorva;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+namespace {
+
+class Stream final : public RefCounted<Core::IDataInput> {
+public:
+    explicit Stream(Input& input)
+        : throwsAt(input.Flag() ? input.Number<uint8_t>() : 0),
+          atOnce(input.Flag() ? 1 + input.Number<uint8_t>() : UINT64_MAX),
+          lie(input.Flag() ? input.Number<int8_t>() : 0),
+          bytes(input.Rest())
+    {
+    }
+
+    uint64_t Read(uint8_t* buffer, uint64_t size) override
+    {
+        Count();
+        const uint64_t given = std::min({size, atOnce, bytes.size() - std::min<uint64_t>(position, bytes.size())});
+        std::copy_n(bytes.data() + position, given, buffer);
+        position += given;
+        return given;
+    }
+    uint64_t GetSize() override
+    {
+        Count();
+        return static_cast<uint64_t>(std::max<int64_t>(0, static_cast<int64_t>(bytes.size()) + lie));
+    }
+    uint64_t MoveBy(int64_t offset) override
+    {
+        MoveTo(position + static_cast<uint64_t>(offset));
+        return position;
+    }
+    void MoveTo(uint64_t target) override
+    {
+        Count();
+        if (target > INT64_MAX)
+            throw Core::IOException();
+        position = target;
+    }
+    const std::string& GetName() const noexcept override { return name; }
+    bool MayThrow() const { return throwsAt != 0; }
+
+private:
+    void Count()
+    {
+        if (throwsAt != 0 && ++calls == throwsAt)
+            throw Core::IOException();
+    }
+
+    const std::string name;
+    const uint64_t throwsAt;  ///< which call; 0: none
+    const uint64_t atOnce;    ///< bytes that one read gives
+    const int64_t lie;        ///< added to the length
+    const std::vector<uint8_t> bytes;
+    uint64_t position = 0;
+    uint64_t calls = 0;
+};
+
+struct Close {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+    void operator()(AVIOContext* io) const
+    {
+        av_freep(&io->buffer);
+        avio_context_free(&io);
+    }
+};
+
+void Read(Stream& stream)
 {
     constexpr int bufferSize = 4096;
     constexpr int enough = 2000;  // packets: a few bytes can stand for very many
-
-    av_log_set_level(AV_LOG_QUIET);
-    const auto input = Core::DataInputMemory::Create({data, data + size});
-    AVFormatContext* context = avformat_alloc_context();
-    AVIOContext* io = avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0,
-                                         input.get(), Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback);
-    context->pb = io;
-    if (avformat_open_input(&context, nullptr, nullptr, nullptr) == 0) {
-        try {
-            Proc::GetContainerFormat(context);
-        } catch (const Proc::ProcException&) {
-        }
-        AVPacket* packet = av_packet_alloc();
-        for (int i = 0; i < enough && Proc::av_read_frame_fixed(context, packet) >= 0; ++i)
-            av_packet_unref(packet);
-        av_packet_free(&packet);
-        avformat_close_input(&context);
+    const std::unique_ptr<AVIOContext, Close> io(
+        avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0, Proc::AsOpaque(&stream),
+                           Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback));
+    const std::unique_ptr<AVPacket, Close> packet(av_packet_alloc());
+    AVFormatContext* fresh = avformat_alloc_context();
+    fresh->pb = io.get();
+    int result = 0;
+    try {
+        result = avformat_open_input(&fresh, nullptr, nullptr, nullptr);
+    } catch (...) {
+        avformat_free_context(fresh);
+        throw;
     }
-    av_freep(&io->buffer);
-    avio_context_free(&io);
+    const std::unique_ptr<AVFormatContext, Close> context(fresh);  // empty when opening failed
+    if (result < 0)
+        return;
+    Tolerate([&] { Proc::GetContainerFormat(context.get()); });
+    for (int i = 0; i < enough && Proc::av_read_frame_fixed(context.get(), packet.get()) >= 0; ++i)
+        av_packet_unref(packet.get());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    av_log_set_level(AV_LOG_QUIET);
+    Input input(data, size);
+    const boost::intrusive_ptr<Stream> stream(new Stream(input));
+#if __has_feature(address_sanitizer)
+    // What FFmpeg's functions hold when an exception passes through them is lost.
+    if (stream->MayThrow()) {
+        const __lsan::ScopedDisabler disabler;
+        Tolerate([&] { Read(*stream); });
+        return 0;
+    }
+#endif
+    Tolerate([&] { Read(*stream); });
     return 0;
 }

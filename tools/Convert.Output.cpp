@@ -1,6 +1,5 @@
 #include "tools/Convert.Output.h"
 
-#include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
@@ -16,8 +15,6 @@
 namespace Quorva::Tool {
 
 namespace {
-
-constexpr int IO_BUFFER = 256 * 1024;
 
 [[noreturn]] void ThrowNoMemory(const char* what, uint64_t size)
 {
@@ -40,75 +37,6 @@ bool IsAttachment(const AVStream* stream) { return stream->codecpar->codec_type 
 
 }  // namespace
 
-/// One host stream and FFmpeg's view of it.
-struct Output::Target {
-    Output* owner = nullptr;
-    boost::intrusive_ptr<Core::IDataOutput> stream;
-    AVIOContext* io = nullptr;  ///< owned, and its buffer
-};
-
-void Output::FreeTarget::operator()(Target* target) const noexcept
-{
-    if (target->io)
-        av_freep(&target->io->buffer);  // FFmpeg may have replaced the one it was given
-    avio_context_free(&target->io);
-    delete target;
-}
-
-Output::TargetPointer Output::MakeTarget(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable)
-{
-    TargetPointer target(new Target{this, std::move(stream), nullptr});
-    auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
-    if (!buffer)
-        ThrowNoMemory("the output buffer", IO_BUFFER);
-    target->io =
-        avio_alloc_context(buffer, IO_BUFFER, 1, target.get(), nullptr, Put, seekable ? Seek : nullptr);
-    if (!target->io) {
-        av_free(buffer);
-        ThrowNoMemory("the output context", sizeof(AVIOContext));
-    }
-    return target;
-}
-
-/// In a catch block: the first failure counts.
-int Output::KeepFailure()
-{
-    if (failure)
-        return AVERROR(EIO);
-    try {
-        throw;
-    } catch (Core::IOException& e) {
-        if (!boost::get_error_info<TagFailureKind>(e))
-            e << TagFailureKind(FailureKind::Unwritable);
-        failure = std::current_exception();
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    return AVERROR(EIO);
-}
-
-int Output::Put(void* opaque, const uint8_t* buffer, int size)
-{
-    Target& target = *static_cast<Target*>(opaque);
-    if (target.owner->failure)
-        return AVERROR(EIO);  // what comes after a hole is of no use
-    try {
-        return Proc::FFWriteCallback(target.stream.get(), buffer, size);
-    } catch (...) {
-        return target.owner->KeepFailure();
-    }
-}
-
-int64_t Output::Seek(void* opaque, int64_t offset, int whence)
-{
-    Target& target = *static_cast<Target*>(opaque);
-    try {
-        return Proc::FFSeekWCallback(target.stream.get(), offset, whence);
-    } catch (...) {
-        return target.owner->KeepFailure();
-    }
-}
-
 int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
                         AVDictionary**)
 {
@@ -116,20 +44,23 @@ int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* 
     if (!(flags & AVIO_FLAG_WRITE))
         return AVERROR(EACCES);
     try {
-        *io = output.MakeTarget(output.files.Create(url), true).release()->io;
+        auto target =
+            std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE, output.failure);
+        *io = target.release()->Get();
         return 0;
     } catch (...) {
-        return output.KeepFailure();
+        output.failure.Keep();
+        return AVERROR(EIO);
     }
 }
 
-int Output::ClosePicture(AVFormatContext*, AVIOContext* io)
+int Output::ClosePicture(AVFormatContext* context, AVIOContext* io)
 {
     if (!io)
         return 0;
-    const TargetPointer target(static_cast<Target*>(io->opaque));
+    const std::unique_ptr<Proc::GuardedIO> target(&Proc::GuardedIO::Of(io));
     avio_flush(io);
-    target->owner->closedBytes += static_cast<uint64_t>(std::max<int64_t>(avio_tell(io), 0));
+    static_cast<Output*>(context->opaque)->closedBytes += static_cast<uint64_t>(std::max<int64_t>(avio_tell(io), 0));
     return io->error;
 }
 
@@ -147,8 +78,10 @@ Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& fil
         return;
     }
     const bool isStream = IsStreamPath(options.output);
-    file = MakeTarget(isStream ? OpenStreamOutput(options.output) : files.Create(options.output), !isStream);
-    context->pb = file->io;
+    file = std::make_unique<Proc::GuardedIO>(
+        isStream ? OpenStreamOutput(options.output) : files.Create(options.output), !isStream,
+        Proc::GuardedIO::SIZE, failure);
+    context->pb = file->Get();
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
 }
 
@@ -156,8 +89,13 @@ Output::~Output() = default;
 
 void Output::Check(const char* what, int result)
 {
-    if (failure)
-        std::rethrow_exception(failure);
+    try {
+        failure.Check();
+    } catch (Core::IOException& e) {
+        if (!boost::get_error_info<TagFailureKind>(e))
+            e << TagFailureKind(FailureKind::Unwritable);
+        throw;
+    }
     if (result < 0)
         ThrowFFmpegFailure(fmt::format("{} {}", context->oformat->name, what), result);
 }
@@ -174,7 +112,7 @@ AVStream& Output::AddStream()
 void Output::Begin()
 {
     const int result = avformat_write_header(context.get(), nullptr);
-    if (result < 0 && !failure && file && !file->io->seekable)
+    if (result < 0 && !failure.IsSet() && file && !file->Get()->seekable)
         ThrowFFmpegFailure(
             fmt::format("{} refuses these streams, or can't be written into a pipe", context->oformat->name),
             result);
@@ -226,11 +164,11 @@ void Output::Finish()
     Check("refuses the last packets", av_interleaved_write_frame(context.get(), nullptr));
     const int result = av_write_trailer(context.get());
     if (file)
-        avio_flush(file->io);
+        avio_flush(file->Get());
     Check("can't be ended", result);
     if (file) {
-        Check("can't be ended", file->io->error);
-        closedBytes += static_cast<uint64_t>(std::max<int64_t>(avio_size(file->io), avio_tell(file->io)));
+        Check("can't be ended", file->Get()->error);
+        closedBytes += static_cast<uint64_t>(std::max<int64_t>(avio_size(file->Get()), avio_tell(file->Get())));
         context->pb = nullptr;
         file.reset();
     }
@@ -238,7 +176,7 @@ void Output::Finish()
 
 uint64_t Output::GetBytes() const
 {
-    return closedBytes + (file ? static_cast<uint64_t>(std::max<int64_t>(avio_tell(file->io), 0)) : 0);
+    return closedBytes + (file ? static_cast<uint64_t>(std::max<int64_t>(avio_tell(file->Get()), 0)) : 0);
 }
 
 }  // namespace Quorva::Tool

@@ -2,11 +2,10 @@
 /// The output of a conversion: FFmpeg's muxer over host streams.
 #pragma once
 
-#include "host/FoundationIO.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/OutputFiles.h"
 
-#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -43,33 +42,24 @@ public:
     uint64_t GetBytes() const;  ///< of all files so far
 
 private:
-    struct Target;
-    struct FreeTarget {
-        void operator()(Target* target) const noexcept;
-    };
-    using TargetPointer = std::unique_ptr<Target, FreeTarget>;
     struct FreeContext {
         void operator()(AVFormatContext* context) const noexcept { avformat_free_context(context); }
     };
 
-    static int Put(void* opaque, const uint8_t* buffer, int size);
-    static int64_t Seek(void* opaque, int64_t offset, int whence);
     static int OpenPicture(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
                            AVDictionary** options);
     static int ClosePicture(AVFormatContext* context, AVIOContext* io);
-    TargetPointer MakeTarget(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable);
-    int KeepFailure();
     void Repair(AVPacket& packet, AVStream& stream);
     void Check(const char* what, int result);
 
     OutputFiles& files;
-    std::exception_ptr failure;  ///< the first that a stream threw
-    uint64_t closedBytes = 0;    ///< of pictures that are complete
+    Proc::StreamFailure failure;
+    uint64_t closedBytes = 0;  ///< of pictures that are complete
     int64_t position = 0;
     uint64_t packets = 0;
     std::vector<int64_t> lastDts;  ///< of each stream, in its time base
     bool begun = false;
-    TargetPointer file;  ///< none for pictures
+    std::unique_ptr<Proc::GuardedIO> file;  ///< none for pictures
     std::unique_ptr<AVFormatContext, FreeContext> context;
 };
 

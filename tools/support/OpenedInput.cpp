@@ -19,8 +19,6 @@ namespace Quorva::Tool {
 
 namespace {
 
-constexpr size_t IO_BUFFER = 256 * 1024;
-
 /// The one demuxer that opens files by name and still reads from a given stream, when told the right name.
 constexpr std::string_view NAMED_IMAGES = "image2";
 
@@ -104,59 +102,11 @@ DetectedInput DetectInput(const std::string& path)
     return input;
 }
 
-/// One host stream and FFmpeg's view of it.
-struct OpenedInput::Source {
-    OpenedInput* owner = nullptr;
-    boost::intrusive_ptr<Core::IDataInput> stream;
-    AVIOContext* io = nullptr;  ///< owned, and its buffer
-};
-
-void OpenedInput::FreeSource::operator()(Source* source) const noexcept
+std::unique_ptr<Proc::GuardedIO> OpenedInput::MakeSource(boost::intrusive_ptr<Core::IDataInput> stream)
 {
-    if (source->io)
-        av_freep(&source->io->buffer);  // FFmpeg may have replaced the one it was given
-    avio_context_free(&source->io);
-    delete source;
-}
-
-OpenedInput::SourcePointer OpenedInput::MakeSource(boost::intrusive_ptr<Core::IDataInput> stream)
-{
-    SourcePointer source(new Source{this, std::move(stream), nullptr});
-    source->stream->MoveTo(0);
-    bytes += source->stream->GetSize();
-    auto* buffer = static_cast<unsigned char*>(av_malloc(IO_BUFFER));
-    if (!buffer)
-        ThrowNoMemory("the input buffer", IO_BUFFER);
-    source->io = avio_alloc_context(buffer, IO_BUFFER, 0, source.get(), Read, nullptr, Seek);
-    if (!source->io) {
-        av_free(buffer);
-        ThrowNoMemory("the input context", sizeof(AVIOContext));
-    }
-    return source;
-}
-
-int OpenedInput::Read(void* opaque, uint8_t* buffer, int size)
-{
-    Source& source = *static_cast<Source*>(opaque);
-    try {
-        return Proc::FFReadCallback(source.stream.get(), buffer, size);
-    } catch (...) {
-        if (!source.owner->failure)
-            source.owner->failure = std::current_exception();
-        return AVERROR(EIO);
-    }
-}
-
-int64_t OpenedInput::Seek(void* opaque, int64_t offset, int whence)
-{
-    Source& source = *static_cast<Source*>(opaque);
-    try {
-        return Proc::FFSeekRCallback(source.stream.get(), offset, whence);
-    } catch (...) {
-        if (!source.owner->failure)
-            source.owner->failure = std::current_exception();
-        return AVERROR(EIO);
-    }
+    stream->MoveTo(0);
+    bytes += stream->GetSize();
+    return std::make_unique<Proc::GuardedIO>(std::move(stream), Proc::GuardedIO::SIZE, failure);
 }
 
 int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
@@ -168,7 +118,7 @@ int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const c
     if (flags & AVIO_FLAG_WRITE)
         return AVERROR(EACCES);
     try {
-        *io = static_cast<OpenedInput*>(context->opaque)->MakeSource(OpenStream(path)).release()->io;
+        *io = static_cast<OpenedInput*>(context->opaque)->MakeSource(OpenStream(path)).release()->Get();
         return 0;
     } catch (const std::bad_alloc&) {
         return AVERROR(ENOMEM);
@@ -182,7 +132,7 @@ int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const c
 int OpenedInput::CloseFurther(AVFormatContext*, AVIOContext* io)
 {
     if (io)
-        FreeSource()(static_cast<Source*>(io->opaque));
+        delete &Proc::GuardedIO::Of(io);
     return 0;
 }
 
@@ -199,7 +149,7 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
     AVFormatContext* fresh = avformat_alloc_context();
     if (!fresh)
         ThrowNoMemory("the format context", sizeof(AVFormatContext));
-    fresh->pb = file->io;
+    fresh->pb = file->Get();
     fresh->opaque = this;
     fresh->io_open = OpenFurther;
     fresh->io_close2 = CloseFurther;
@@ -221,12 +171,6 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
 }
 
 OpenedInput::~OpenedInput() = default;
-
-void OpenedInput::CheckStreams() const
-{
-    if (failure)
-        std::rethrow_exception(failure);
-}
 
 bool OpenedInput::ReadPacket(AVPacket* packet)
 {

@@ -3,11 +3,11 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
 #include "host/FoundationIO.h"
 #include "host/ProcessingSupport.h"
 
 #include <cstdint>
-#include <exception>
 #include <memory>
 #include <string>
 
@@ -54,30 +54,23 @@ public:
     bool ReadPacket(AVPacket* packet);
 
     /// @throws  what a stream threw first, if any did.
-    void CheckStreams() const;
+    void CheckStreams() const { failure.Check(); }
 
 private:
-    struct Source;
     struct CloseContext {
         void operator()(AVFormatContext* context) const noexcept { avformat_close_input(&context); }
     };
-    struct FreeSource {
-        void operator()(Source* source) const noexcept;
-    };
-    using SourcePointer = std::unique_ptr<Source, FreeSource>;
 
-    static int Read(void* opaque, uint8_t* buffer, int size);
-    static int64_t Seek(void* opaque, int64_t offset, int whence);
     static int OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
                            AVDictionary** options);
     static int CloseFurther(AVFormatContext* context, AVIOContext* io);
-    SourcePointer MakeSource(boost::intrusive_ptr<Core::IDataInput> stream);
+    std::unique_ptr<Proc::GuardedIO> MakeSource(boost::intrusive_ptr<Core::IDataInput> stream);
 
-    std::exception_ptr failure;  ///< the first that a stream threw
+    Proc::StreamFailure failure;
     uint64_t bytes = 0;          ///< of all streams opened so far
     uint64_t packets = 0;        ///< read so far
     std::string streamsWarning;
-    SourcePointer file;
+    std::unique_ptr<Proc::GuardedIO> file;
     std::unique_ptr<AVFormatContext, CloseContext> context;
 };
 

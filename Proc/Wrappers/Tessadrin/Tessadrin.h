@@ -18,6 +18,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dumps.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Frames.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.LogBridge.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.MemStat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
