@@ -102,9 +102,9 @@ Bitmap ReadBmp(const std::string& path)
 /// The mark at a place of an area; nothing where there is none.
 std::optional<Pixel> MarkAt(int x, int y, int width, int height)
 {
-    if (x == width - 1 && y < height && y % 4 == 0)
+    if (x == int64_t{width} - 1 && y < height && y % 4 == 0)
         return y % 8 ? light : dark;
-    if (y == height - 1 && x < width && x % 4 == 0)
+    if (y == int64_t{height} - 1 && x < width && x % 4 == 0)
         return x % 8 ? light : dark;
     return std::nullopt;
 }
