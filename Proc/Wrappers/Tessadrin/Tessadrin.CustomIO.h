@@ -3,9 +3,12 @@
 ///
 /// Give the callbacks to `avio_alloc_context` together with AsOpaque(): the two for input, or the two for
 /// output. The caller keeps the stream alive as long as the AVIOContext, and lets no other AVIOContext use it
-/// meanwhile. What a stream throws passes through the callback and through libavformat to whoever called
-/// that; FFmpeg's objects can be freed afterwards, but after a throw while writing no trailer must be
-/// written.
+/// meanwhile.
+///
+/// What a stream throws passes through the callback and through libavformat to whoever called that. What
+/// FFmpeg's functions held then is lost, up to 200 KB as measured with six containers. A reading format context can
+/// be closed as ever. A writing one must be left as it is, neither given a trailer nor freed: FFmpeg would write
+/// behind its buffer, or free twice. Tessadrin.GuardedIO.h has neither of these problems.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Export.h"
