@@ -43,7 +43,7 @@ public:
 private:
     void Fill(Input& input, AVSubtitleRect& rectangle, ptrdiff_t index)
     {
-        rectangle.type = static_cast<AVSubtitleType>(input.Below(5));
+        rectangle.type = static_cast<AVSubtitleType>(input.Below(4));
         auto& text = texts[static_cast<size_t>(index)];
         text = input.Text();
         if (input.Flag())

@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                                                       "qsv",    "nvenc",      "amf",   ""};
     Input input(data, size);
     Tags(input.Number<uint32_t>());
-    const auto id = static_cast<AVCodecID>(input.Extreme());
+    const auto id = static_cast<AVCodecID>(input.Below(1 << 18));
     const std::string implementation = implementations[input.Below(std::size(implementations))];
     Codecs(id, input.Text(), implementation);
     Require(!Proc::GetErrorDescriptionFFMPEG(input.Extreme()).empty());

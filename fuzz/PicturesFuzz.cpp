@@ -85,9 +85,10 @@ void Convert(Input& input)
     const Proc::SafeFrame source(colours, from, width, height, 1, 1);
     const Proc::SafeFrame target(colours, to, input.Between(1, 70), input.Between(1, 40), 1, 1);
     const auto matrix = [&] { return static_cast<Conf::YCbCrMatrix>(input.Between(-1, 20)); };
+    const int flags = 1 << input.Below(12);
     const Proc::SafeSwsContext scaler(Proc::SwsCtxParams{{width, height, from, matrix()},
                                                          {target->width, target->height, to, matrix()},
-                                                         1 << input.Below(12)});
+                                                         flags});
     scaler.Scale(Proc::SwsSource(source), Proc::SwsDestination(target));
 }
 

@@ -263,6 +263,22 @@ TEST(SafeSwsContext, RefusedFormatsAreQuoted)
     }
 }
 
+TEST(SafeSwsContext, NarrowChromaIsNoDivisionByZero)
+{
+    for (const int width : {5, 8, 9})
+        for (const AVPixelFormat format : {AV_PIX_FMT_YUV410P, AV_PIX_FMT_YUV411P}) {
+            SCOPED_TRACE(testing::Message() << av_get_pix_fmt_name(format) << ' ' << width);
+            const SafeSwsContext context(SwsCtxParams{
+                {16, 16, AV_PIX_FMT_YUV420P},
+                {width, 16, format}
+            });
+            const Frame source = NewFrame(AV_PIX_FMT_YUV420P, 16, 16);
+            const Frame target = NewFrame(format, width, 16);
+            EXPECT_EQ(context.Scale(SwsSource(source), SwsDestination(target)), 16);
+            EXPECT_EQ(context.GetParams().flags, SWS_FAST_BILINEAR);
+        }
+}
+
 TEST(SafeSwsContext, RefusedSizesAreNamed)
 {
     const auto failure = [](int srcw, int srch, int dstw, int dsth) {

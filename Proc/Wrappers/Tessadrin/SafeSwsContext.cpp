@@ -111,6 +111,17 @@ void ReplaceTables(SwsContext* context, const int* source, const int* target)
                              saturation);
 }
 
+/// FFmpeg's fast bilinear scaler divides by the chroma's width less 2. It gives way to the plain one for pictures
+/// of less than 8 pixels, but not for those of 8 whose chroma has a quarter of that.
+int GetSafeFlags(const SwsCtxParams& p)
+{
+    const AVPixFmtDescriptor* descriptor = GetPixelFormatDescription(p.dst.format);
+    const bool fast = p.flags & SWS_FAST_BILINEAR && descriptor;
+    return fast && AV_CEIL_RSHIFT(p.dst.width, descriptor->log2_chroma_w) == 2
+               ? p.flags ^ (SWS_FAST_BILINEAR | SWS_BILINEAR)
+               : p.flags;
+}
+
 /// v / 2^shift, rounded up.
 constexpr int64_t CeilShift(int64_t v, int shift) { return -((-v) >> shift); }
 
@@ -186,7 +197,7 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
     set("dst_format", GetOutputPixelFormat(p, targetRange));
     if (targetRange)
         set("dst_range", *targetRange);
-    set("sws_flags", p.flags);
+    set("sws_flags", GetSafeFlags(p));
     if (p.params) {
         set("param0", p.params->first);
         set("param1", p.params->second);
