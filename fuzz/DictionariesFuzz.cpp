@@ -1,5 +1,5 @@
-// Metadata, trees of options, single options, and text in text: whatever the keys and values, an entry is found
-// again as it was put, and nothing but the family is thrown.
+// Metadata, trees of options, single options, and text in text: whatever the keys and values, an entry is
+// found again as it was put, and nothing but the family is thrown.
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "fuzz/support/Input.h"
@@ -20,14 +20,22 @@ Core::Property Tree(Input& input, int depth)
 {
     std::string name = input.Text(8);
     switch (input.Below(depth > 0 ? 8 : 7)) {
-        case 0: return {};
-        case 1: return {name, input.Flag()};
-        case 2: return {name, input.Number<double>()};
-        case 3: return {name, input.Number<int64_t>()};
-        case 4: return {name, input.Number<int>()};
-        case 5: return {name, input.Text()};
-        case 6: return {name, input.Bytes(static_cast<size_t>(input.Below(5)))};
-        default: break;
+        case 0:
+            return {};
+        case 1:
+            return {name, input.Flag()};
+        case 2:
+            return {name, input.Number<double>()};
+        case 3:
+            return {name, input.Number<int64_t>()};
+        case 4:
+            return {name, input.Number<int>()};
+        case 5:
+            return {name, input.Text()};
+        case 6:
+            return {name, input.Bytes(static_cast<size_t>(input.Below(5)))};
+        default:
+            break;
     }
     Core::Property group = Core::Property::Group(name);
     for (int i = input.Below(6); i > 0; --i)

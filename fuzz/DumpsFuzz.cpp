@@ -1,5 +1,5 @@
-// Frames, subtitles and packets with anything in them, as files and as text. Bitmaps of subtitles lie in memory of
-// exactly the size that they tell.
+// Frames, subtitles and packets with anything in them, as files and as text. Bitmaps of subtitles lie in
+// memory of exactly the size that they tell.
 #include "Proc/Wrappers/Tessadrin/SafeTypes.Hardware.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dumps.h"
 #include "fuzz/support/Input.h"
@@ -18,10 +18,12 @@ void DumpFrame(Input& input, const std::string& name)
 {
     const Conf::ColorSpace colours{input.Below(30), input.Below(30), input.Below(30)};
     const Proc::SafeFrame frame(colours, static_cast<AVPixelFormat>(input.Between(-1, AV_PIX_FMT_NB)),
-                                input.Between(-1, 70), input.Between(-1, 40), input.Extreme(), input.Extreme());
+                                input.Between(-1, 70), input.Between(-1, 40), input.Extreme(),
+                                input.Extreme());
     const std::vector<uint8_t> bytes = input.Bytes(64);
     for (int plane = 0; plane < 4 && frame->data[plane]; ++plane)
-        std::memcpy(frame->data[plane], bytes.data(), static_cast<size_t>(std::min(frame->linesize[plane], 64)));
+        std::memcpy(frame->data[plane], bytes.data(),
+                    static_cast<size_t>(std::min(frame->linesize[plane], 64)));
     Proc::AVFrame_SaveToBmp(input.Extreme(), input.Extreme(), frame.get(), name);
 }
 

@@ -48,7 +48,8 @@ boost::intrusive_ptr<const Conf::IFormatCodec> Video(Input& input)
         video->frameCropping = Conf::FrameCropping{input.Number<uint32_t>(), input.Number<uint32_t>(),
                                                    input.Number<uint32_t>(), input.Number<uint32_t>()};
     if (video->displayMatrix && input.Flag())
-        video->displayMatrix->CorrectTranslation({static_cast<int>(video->width), static_cast<int>(video->height)});
+        video->displayMatrix->CorrectTranslation(
+            {static_cast<int>(video->width), static_cast<int>(video->height)});
     return video;
 }
 
@@ -59,8 +60,9 @@ boost::intrusive_ptr<const Conf::IFormatCodec> Audio(Input& input)
                                                 &Conf::IFormatCodecAudio::CODEC_ID_FLAC};
     auto audio = Describe<Conf::AudioCodecDescription>(input, *codecs[input.Below(3)]);
     Tolerate([&] {
-        audio->sampleInfo = Conf::SampleInfo(input.Extreme(), static_cast<Conf::SampleFormats>(input.Between(-1, 14)),
-                                             static_cast<Conf::ChannelLayout>(input.Extreme()));
+        audio->sampleInfo =
+            Conf::SampleInfo(input.Extreme(), static_cast<Conf::SampleFormats>(input.Between(-1, 14)),
+                             static_cast<Conf::ChannelLayout>(input.Extreme()));
     });
     if (input.Flag())
         audio->bitsPerSample = input.Extreme();
@@ -82,10 +84,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (int i = 0; i < 2; ++i) {  // the second over what the first left
         boost::intrusive_ptr<const Conf::IFormatCodec> codec;
         switch (input.Below(4)) {
-            case 0: codec = Audio(input); break;
-            case 1: codec = Describe<Conf::SubtitleCodecDescription>(input, Conf::IFormatCodecSubtitle::CODEC_ID_SSA); break;
-            case 2: codec = Describe<Conf::OtherCodecDescription>(input, Conf::IFormatCodec::CODEC_ID_NONE); break;
-            default: codec = Video(input); break;
+            case 0:
+                codec = Audio(input);
+                break;
+            case 1:
+                codec =
+                    Describe<Conf::SubtitleCodecDescription>(input, Conf::IFormatCodecSubtitle::CODEC_ID_SSA);
+                break;
+            case 2:
+                codec = Describe<Conf::OtherCodecDescription>(input, Conf::IFormatCodec::CODEC_ID_NONE);
+                break;
+            default:
+                codec = Video(input);
+                break;
         }
         Tolerate([&] { Proc::FormatCodecToCodecParameters(codec, parameters.get()); });
         Proc::GetAudioBitrate(parameters.get());

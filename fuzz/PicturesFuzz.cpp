@@ -1,5 +1,5 @@
-// Pictures of any size and format, whole or in slices: plane copies read and write inside of memory of exactly the
-// picture's size and give the same bytes; conversions throw the family or fill their rows.
+// Pictures of any size and format, whole or in slices: plane copies read and write inside of memory of
+// exactly the picture's size and give the same bytes; conversions throw the family or fill their rows.
 #include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
 #include "Proc/Wrappers/Tessadrin/SafeTypes.Hardware.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.PixelFormats.h"
@@ -11,7 +11,8 @@ namespace {
 
 /// Two planes in memory of exactly their size.
 struct Planes {
-    Planes(AVPixelFormat format, int width, int height, int gap) : chroma(av_pix_fmt_desc_get(format)->log2_chroma_h)
+    Planes(AVPixelFormat format, int width, int height, int gap)
+        : chroma(av_pix_fmt_desc_get(format)->log2_chroma_h)
     {
         for (int plane = 0; plane < 2; ++plane) {
             length[plane] = av_image_get_linesize(format, width, plane);
@@ -55,8 +56,9 @@ struct Planes {
 
 void Copy(Input& input)
 {
-    static constexpr AVPixelFormat formats[] = {AV_PIX_FMT_NV12, AV_PIX_FMT_NV21, AV_PIX_FMT_NV16, AV_PIX_FMT_NV24,
-                                                AV_PIX_FMT_P010, AV_PIX_FMT_P016, AV_PIX_FMT_P210, AV_PIX_FMT_P416};
+    static constexpr AVPixelFormat formats[] = {AV_PIX_FMT_NV12, AV_PIX_FMT_NV21, AV_PIX_FMT_NV16,
+                                                AV_PIX_FMT_NV24, AV_PIX_FMT_P010, AV_PIX_FMT_P016,
+                                                AV_PIX_FMT_P210, AV_PIX_FMT_P416};
     const AVPixelFormat format = formats[input.Below(std::size(formats))];
     const int width = input.Between(1, 70), height = input.Between(1, 40);
     Planes source(format, width, height, input.Below(9)), target(format, width, height, input.Below(9));
@@ -86,9 +88,11 @@ void Convert(Input& input)
     const Proc::SafeFrame target(colours, to, input.Between(1, 70), input.Between(1, 40), 1, 1);
     const auto matrix = [&] { return static_cast<Conf::YCbCrMatrix>(input.Between(-1, 20)); };
     const int flags = 1 << input.Below(12);
-    const Proc::SafeSwsContext scaler(Proc::SwsCtxParams{{width, height, from, matrix()},
-                                                         {target->width, target->height, to, matrix()},
-                                                         flags});
+    const Proc::SafeSwsContext scaler(Proc::SwsCtxParams{
+        {width,         height,         from, matrix()},
+        {target->width, target->height, to,   matrix()},
+        flags
+    });
     scaler.Scale(Proc::SwsSource(source), Proc::SwsDestination(target));
 }
 

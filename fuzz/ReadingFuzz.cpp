@@ -1,6 +1,6 @@
-// Any bytes, opened through the read and seek callbacks and read to the end with the skipping reader, come to an
-// end without a fault, whatever the stream does: the first bytes choose whether it gives less than was asked for,
-// claims another length, or throws at a certain call.
+// Any bytes, opened through the read and seek callbacks and read to the end with the skipping reader, come to
+// an end without a fault, whatever the stream does: the first bytes choose whether it gives less than was
+// asked for, claims another length, or throws at a certain call.
 #include "Proc/Wrappers/Tessadrin/InputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
@@ -30,7 +30,8 @@ public:
     uint64_t Read(uint8_t* buffer, uint64_t size) override
     {
         Count();
-        const uint64_t given = std::min({size, atOnce, bytes.size() - std::min<uint64_t>(position, bytes.size())});
+        const uint64_t given =
+            std::min({size, atOnce, bytes.size() - std::min<uint64_t>(position, bytes.size())});
         std::copy_n(bytes.data() + position, given, buffer);
         position += given;
         return given;
@@ -86,8 +87,8 @@ void Read(Stream& stream)
     constexpr int bufferSize = 4096;
     constexpr int enough = 2000;  // packets: a few bytes can stand for very many
     const std::unique_ptr<AVIOContext, Close> io(
-        avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0, Proc::AsOpaque(&stream),
-                           Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback));
+        avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0,
+                           Proc::AsOpaque(&stream), Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback));
     const std::unique_ptr<AVPacket, Close> packet(av_packet_alloc());
     AVFormatContext* fresh = avformat_alloc_context();
     fresh->pb = io.get();

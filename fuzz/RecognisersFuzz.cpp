@@ -1,5 +1,5 @@
-// Up to 64 bytes under any name, given to each recogniser of formats: it leaves the result as it was or names a
-// format, and reads nothing behind the bytes.
+// Up to 64 bytes under any name, given to each recogniser of formats: it leaves the result as it was or names
+// a format, and reads nothing behind the bytes.
 #include "Proc/Wrappers/Tessadrin/Details/Recognisers.h"
 #include "fuzz/support/Input.h"
 

@@ -269,8 +269,8 @@ TEST(SafeSwsContext, NarrowChromaIsNoDivisionByZero)
         for (const AVPixelFormat format : {AV_PIX_FMT_YUV410P, AV_PIX_FMT_YUV411P}) {
             SCOPED_TRACE(testing::Message() << av_get_pix_fmt_name(format) << ' ' << width);
             const SafeSwsContext context(SwsCtxParams{
-                {16, 16, AV_PIX_FMT_YUV420P},
-                {width, 16, format}
+                {16,    16, AV_PIX_FMT_YUV420P},
+                {width, 16, format            }
             });
             const Frame source = NewFrame(AV_PIX_FMT_YUV420P, 16, 16);
             const Frame target = NewFrame(format, width, 16);

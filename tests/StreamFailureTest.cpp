@@ -1,4 +1,5 @@
-// A host stream that throws at any call below FFmpeg: through the bare callbacks and through the guarded ones.
+// A host stream that throws at any call below FFmpeg: through the bare callbacks and through the guarded
+// ones.
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
@@ -8,9 +9,9 @@
 #include "tests/support/MemoryStreams.h"
 #include "tests/support/Muxed.h"
 
-#include <boost/exception/get_error_info.hpp>
 #include <gmock/gmock.h>
 #include <malloc.h>
+#include <boost/exception/get_error_info.hpp>
 
 #include <exception>
 #include <functional>
@@ -34,8 +35,12 @@ struct Container {
 };
 // Headers that are gone back to, indices at the end, and neither.
 constexpr Container containers[] = {
-    {"mpegts", "mpeg2video", 20}, {"ogg", "flac", 20},      {"avi", "mpeg4", 12},
-    {"matroska", "mpeg4", 12},    {"mp4", "mpeg4", 12},     {"flv", "flv", 12},
+    {"mpegts",   "mpeg2video", 20},
+    {"ogg",      "flac",       20},
+    {"avi",      "mpeg4",      12},
+    {"matroska", "mpeg4",      12},
+    {"mp4",      "mpeg4",      12},
+    {"flv",      "flv",        12},
 };
 
 /// Throws at one call and ever after; counts them.
@@ -114,14 +119,14 @@ using Io = std::unique_ptr<AVIOContext, Free>;
 
 Io BareInput(Core::IDataInput* stream)
 {
-    return Io(avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0, AsOpaque(stream),
-                                 FFReadCallback, nullptr, FFSeekRCallback));
+    return Io(avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0,
+                                 AsOpaque(stream), FFReadCallback, nullptr, FFSeekRCallback));
 }
 
 Io BareOutput(Core::IDataOutput* stream)
 {
-    return Io(avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 1, AsOpaque(stream),
-                                 nullptr, FFWriteCallback, FFSeekWCallback));
+    return Io(avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 1,
+                                 AsOpaque(stream), nullptr, FFWriteCallback, FFSeekWCallback));
 }
 
 /// Everything that a reader does; what passes through FFmpeg passes through here.
@@ -159,7 +164,8 @@ bool ReadAll(AVIOContext* io, std::vector<std::unique_ptr<AVPacket, Free>>* pack
 
 /// A file's packets, for writing.
 struct Source {
-    explicit Source(const Container& container) : bytes(Mux(container.muxer, container.encoder, container.frames, 64'000))
+    explicit Source(const Container& container)
+        : bytes(Mux(container.muxer, container.encoder, container.frames, 64'000))
     {
         const auto input = Core::DataInputMemory::Create(bytes);
         EXPECT_TRUE(ReadAll(BareInput(input.get()).get(), &packets, &streams));
@@ -178,8 +184,8 @@ struct Source {
     std::vector<AVCodecParameters*> streams;
 };
 
-/// Everything that a writer does. The trailer is only reached when nothing was thrown before, and a muxer that an
-/// exception passed through is not freed.
+/// Everything that a writer does. The trailer is only reached when nothing was thrown before, and a muxer
+/// that an exception passed through is not freed.
 /// @return  whether FFmpeg was content throughout
 bool WriteAll(AVIOContext* io, const char* muxer, const Source& source)
 {

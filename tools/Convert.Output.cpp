@@ -44,8 +44,8 @@ int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* 
     if (!(flags & AVIO_FLAG_WRITE))
         return AVERROR(EACCES);
     try {
-        auto target =
-            std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE, output.failure);
+        auto target = std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE,
+                                                        output.failure);
         *io = target.release()->Get();
         return 0;
     } catch (...) {
@@ -60,7 +60,8 @@ int Output::ClosePicture(AVFormatContext* context, AVIOContext* io)
         return 0;
     const std::unique_ptr<Proc::GuardedIO> target(&Proc::GuardedIO::Of(io));
     avio_flush(io);
-    static_cast<Output*>(context->opaque)->closedBytes += static_cast<uint64_t>(std::max<int64_t>(avio_tell(io), 0));
+    static_cast<Output*>(context->opaque)->closedBytes +=
+        static_cast<uint64_t>(std::max<int64_t>(avio_tell(io), 0));
     return io->error;
 }
 
@@ -168,7 +169,8 @@ void Output::Finish()
     Check("can't be ended", result);
     if (file) {
         Check("can't be ended", file->Get()->error);
-        closedBytes += static_cast<uint64_t>(std::max<int64_t>(avio_size(file->Get()), avio_tell(file->Get())));
+        closedBytes +=
+            static_cast<uint64_t>(std::max<int64_t>(avio_size(file->Get()), avio_tell(file->Get())));
         context->pb = nullptr;
         file.reset();
     }

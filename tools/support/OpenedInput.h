@@ -67,8 +67,8 @@ private:
     std::unique_ptr<Proc::GuardedIO> MakeSource(boost::intrusive_ptr<Core::IDataInput> stream);
 
     Proc::StreamFailure failure;
-    uint64_t bytes = 0;          ///< of all streams opened so far
-    uint64_t packets = 0;        ///< read so far
+    uint64_t bytes = 0;    ///< of all streams opened so far
+    uint64_t packets = 0;  ///< read so far
     std::string streamsWarning;
     std::unique_ptr<Proc::GuardedIO> file;
     std::unique_ptr<AVFormatContext, CloseContext> context;

@@ -111,8 +111,8 @@ void ReplaceTables(SwsContext* context, const int* source, const int* target)
                              saturation);
 }
 
-/// FFmpeg's fast bilinear scaler divides by the chroma's width less 2. It gives way to the plain one for pictures
-/// of less than 8 pixels, but not for those of 8 whose chroma has a quarter of that.
+/// FFmpeg's fast bilinear scaler divides by the chroma's width less 2. It gives way to the plain one for
+/// pictures of less than 8 pixels, but not for those of 8 whose chroma has a quarter of that.
 int GetSafeFlags(const SwsCtxParams& p)
 {
     const AVPixFmtDescriptor* descriptor = GetPixelFormatDescription(p.dst.format);

@@ -6,9 +6,9 @@
 /// meanwhile.
 ///
 /// What a stream throws passes through the callback and through libavformat to whoever called that. What
-/// FFmpeg's functions held then is lost, up to 200 KB as measured with six containers. A reading format context can
-/// be closed as ever. A writing one must be left as it is, neither given a trailer nor freed: FFmpeg would write
-/// behind its buffer, or free twice. Tessadrin.GuardedIO.h has neither of these problems.
+/// FFmpeg's functions held then is lost, up to 200 KB as measured with six containers. A reading format
+/// context can be closed as ever. A writing one must be left as it is, neither given a trailer nor freed:
+/// FFmpeg would write behind its buffer, or free twice. Tessadrin.GuardedIO.h has neither of these problems.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Export.h"

@@ -10,8 +10,8 @@
 ///     const int result = av_write_trailer(context);
 ///     failure.Check();  // throws what the stream threw
 ///
-/// With the bare callbacks of Tessadrin.CustomIO.h a trailer must not be written after a throw. Here it may: once
-/// a stream has failed, nothing is written any more, as what comes after a hole is of no use.
+/// With the bare callbacks of Tessadrin.CustomIO.h a trailer must not be written after a throw. Here it may:
+/// once a stream has failed, nothing is written any more, as what comes after a hole is of no use.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Export.h"
@@ -39,8 +39,8 @@ private:
     std::exception_ptr first;
 };
 
-/// Owns an AVIOContext and its buffer, and a reference to the stream below. Neither copied nor moved: FFmpeg holds
-/// a pointer to it, in AVIOContext::opaque.
+/// Owns an AVIOContext and its buffer, and a reference to the stream below. Neither copied nor moved: FFmpeg
+/// holds a pointer to it, in AVIOContext::opaque.
 class TESSADRIN_API GuardedIO {
 public:
     static constexpr int SIZE = 256 * 1024;  ///< bytes; a buffer that makes up for the calls
@@ -53,7 +53,8 @@ public:
     GuardedIO(boost::intrusive_ptr<Core::IDataInput> stream, int size, StreamFailure& failure);
     /// For writing.
     /// @param seekable  whether FFmpeg may go back, as in a file and not in a pipe
-    GuardedIO(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable, int size, StreamFailure& failure);
+    GuardedIO(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable, int size,
+              StreamFailure& failure);
     GuardedIO(const GuardedIO&) = delete;
     GuardedIO& operator=(const GuardedIO&) = delete;
     /// Frees both. What FFmpeg has not written is lost: call `avio_flush` before, or write the trailer.
