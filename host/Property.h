@@ -54,11 +54,15 @@ public:
     int64_t GetInt64() const;
 
 private:
+    /// A type of its own: libstdc++ 14 takes a variant of strings and vectors for never valueless, and destroys
+    /// what isn't there when a copy fails for want of memory.
+    struct Children {
+        std::vector<Property> list;
+    };
+
     std::string name;
     // In the order of PropertyTypes.
-    std::variant<std::monostate, bool, double, int64_t, std::string, std::vector<uint8_t>,
-                 std::vector<Property>>
-        value;
+    std::variant<std::monostate, bool, double, int64_t, std::string, std::vector<uint8_t>, Children> value;
 };
 
 }  // namespace Core

@@ -29,7 +29,7 @@ Property Property::Group(std::string name, std::vector<Property> children)
 {
     Property group;
     group.name = std::move(name);
-    group.value = std::move(children);
+    group.value = Children{std::move(children)};
     return group;
 }
 
@@ -37,27 +37,27 @@ PropertyTypes Property::Type() const noexcept { return static_cast<PropertyTypes
 
 uint64_t Property::Count() const noexcept
 {
-    const auto* const children = std::get_if<std::vector<Property>>(&value);
-    return children ? children->size() : 0;
+    const auto* const children = std::get_if<Children>(&value);
+    return children ? children->list.size() : 0;
 }
 
 const Property& Property::operator[](uint64_t index) const
 {
-    const auto* const children = std::get_if<std::vector<Property>>(&value);
+    const auto* const children = std::get_if<Children>(&value);
     if (!children)
         Throw<IOException>(fmt::format("Property '{}' is not a group", name));
-    if (index >= children->size())
+    if (index >= children->list.size())
         Throw<IOException>(
-            fmt::format("Property '{}' has {} children, no number {}", name, children->size(), index));
-    return (*children)[index];
+            fmt::format("Property '{}' has {} children, no number {}", name, children->list.size(), index));
+    return children->list[index];
 }
 
 Property& Property::Add(Property child)
 {
-    auto* const children = std::get_if<std::vector<Property>>(&value);
+    auto* const children = std::get_if<Children>(&value);
     if (!children)
         Throw<IOException>(fmt::format("Property '{}' is not a group", name));
-    return children->emplace_back(std::move(child));
+    return children->list.emplace_back(std::move(child));
 }
 
 const std::string& Property::GetString() const

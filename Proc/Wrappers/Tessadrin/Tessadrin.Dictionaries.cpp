@@ -4,12 +4,12 @@
 #include "host/Charset.h"
 #include "host/FoundationIO.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <iostream>
-#include <locale>
-#include <sstream>
+#include <memory>
 
 namespace Quorva::Proc {
 
@@ -17,29 +17,13 @@ using Details::Throw;
 
 namespace {
 
-/// Numbers as FFmpeg's option parser reads them: `std::numpunct` itself is that of the classic locale.
-template <class Char>
-class PunctFacet : public std::numpunct<Char> {
-protected:
-    Char do_decimal_point() const override { return '.'; }
-};
-
-std::string ToText(double value)
-{
-    std::ostringstream text;
-    text.imbue(std::locale(std::cout.getloc(), new PunctFacet<char>));  // the locale owns the facet
-    text.precision(3);
-    text << value;
-    return text.str();
-}
-
 std::string ToText(const Core::Property& option)
 {
     switch (option.Type()) {
         case PropertyTypes::Boolean:
             return option.GetBool() ? "true" : "false";
         case PropertyTypes::Double:
-            return ToText(option.GetDouble());
+            return fmt::format("{:.3g}", option.GetDouble());  // with a point, whatever the locale
         case PropertyTypes::Int64:
             return std::to_string(option.GetInt64());  // a stream would group digits as the locale wants
         case PropertyTypes::String:
@@ -88,9 +72,8 @@ std::string AVDictionaryToStr(AVDictionary* dictionary)
     char* buffer = nullptr;
     // A failure leaves no text, which is what is tested.
     av_dict_get_string(dictionary, &buffer, '=', '\n');
-    const std::string text = buffer ? buffer : "Can't get data from dictionary";
-    av_freep(&buffer);
-    return text;
+    const std::unique_ptr<char, void (*)(void*)> owner(buffer, av_free);
+    return buffer ? buffer : "Can't get data from dictionary";
 }
 
 AVStream* CreateStream(AVFormatContext* context, const AVCodec* codec)

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string_view>
 #include <type_traits>
 
@@ -100,15 +101,8 @@ void Write(const Record& record, const char* name, const char* format, va_list a
         write(google::LogMessage(__FILE__, __LINE__, record.severity).stream());
 }
 
-}  // namespace
-
-void FFMpegLogCallback(void* context, int level, const char* format, va_list arguments)
+void Report(void* context, int level, const char* format, va_list arguments)
 {
-    if (level > 0)
-        level &= 0xff;  // the rest is a colour
-    if (level > av_log_get_level() || !format)
-        return;
-
     const char* name = NameOf(context);
     if (name && IsNoise(name, level, format))
         return;
@@ -123,6 +117,21 @@ void FFMpegLogCallback(void* context, int level, const char* format, va_list arg
         name = type ? type->class_name : nullptr;
     }
     Write(record, name ? name : nobody, format, arguments);
+}
+
+}  // namespace
+
+void FFMpegLogCallback(void* context, int level, const char* format, va_list arguments)
+{
+    if (level > 0)
+        level &= 0xff;  // the rest is a colour
+    if (level > av_log_get_level() || !format)
+        return;
+    try {
+        Report(context, level, format, arguments);
+    } catch (const std::bad_alloc&) {
+        // The message is lost. FFmpeg often logs on its way to reporting the same want of memory itself.
+    }
 }
 
 }  // namespace Quorva::Proc

@@ -16,8 +16,11 @@ namespace Quorva::Proc {
 /// format string within the last five seconds. FFmpeg's errors and worse become ERROR records, none of which
 /// ends the process, its warnings WARNING records; the rest become INFO records where FLAGS_v is at least 31.
 ///
-/// A sink of the logging library that logs through FFmpeg in turn must do so in WaitTillSent(), on the thread
-/// it is called on: send() runs under that library's own lock.
+/// A message that there is no memory for is lost.
+///
+/// A sink of the logging library must not throw, as that library's own callers would not survive it: it ends
+/// the process. One that logs through FFmpeg in turn must do so in WaitTillSent(), on the thread it is called
+/// on: send() runs under that library's own lock.
 ///
 /// @param context    null, or FFmpeg's object whose first member is its AVClass
 /// @param level      AV_LOG_*; colour bits are ignored
