@@ -5,6 +5,8 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.PixelFormats.h"
 #include "fuzz/support/Input.h"
 
+#include <cstring>
+
 using namespace Quorva;
 
 namespace {
@@ -86,6 +88,15 @@ void Convert(Input& input)
     const int width = input.Between(1, 70), height = input.Between(1, 40);
     const Proc::SafeFrame source(colours, from, width, height, 1, 1);
     const Proc::SafeFrame target(colours, to, input.Between(1, 70), input.Between(1, 40), 1, 1);
+    // Samples of any value, not only of those that the format has room for.
+    uint32_t noise = input.Number<uint32_t>();
+    const bool extremes = input.Flag();
+    const int size = av_image_get_buffer_size(from, width, height, 32);
+    for (int at = 0; at + 4 <= size; at += 4) {
+        noise = noise * 1664525 + 1013904223;
+        const uint32_t value = extremes ? (noise >> 31 ? 0xffffffff : 0) : noise;
+        std::memcpy(source->data[0] + at, &value, sizeof value);
+    }
     const auto matrix = [&] { return static_cast<Conf::YCbCrMatrix>(input.Between(-1, 20)); };
     const int flags = 1 << input.Below(12);
     const Proc::SafeSwsContext scaler(Proc::SwsCtxParams{

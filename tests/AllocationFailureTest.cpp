@@ -1,4 +1,5 @@
-// Every operation that allocates, with its first allocation failing, its second, and so on until nothing fails.
+// Every operation that allocates, with its first allocation failing, its second, and so on until nothing
+// fails.
 #include "Proc/Wrappers/Tessadrin/Tessadrin.h"
 #include "host/Charset.h"
 #include "host/CodecDescriptions.h"
@@ -25,8 +26,8 @@ using FailingAllocator::Mode;
 struct Row {
     const char* name;
     std::function<void()> action;
-    bool inCpp = false;      ///< some of the allocations are C++'s, which sanitized builds see too
-    long othersLose = 0;     ///< blocks that a library below loses at most, which can't be helped here
+    bool inCpp = false;   ///< some of the allocations are C++'s, which sanitized builds see too
+    long othersLose = 0;  ///< blocks that a library below loses at most, which can't be helped here
 };
 
 struct Outcome {
@@ -63,7 +64,8 @@ int FailEach(const Row& row, Mode mode)
     for (int nth = 0;; ++nth) {
         SCOPED_TRACE(testing::Message() << row.name << ", allocation " << nth);
         Outcome outcome;
-        for (int run = 0; run < 3; ++run)  // caches of names on call stacks, and of locales, grow in the first
+        for (int run = 0; run < 3;
+             ++run)  // caches of names on call stacks, and of locales, grow in the first
             outcome = RunFailing(row, nth, mode);
         EXPECT_LE(outcome.lost, row.othersLose);
         if ((nth > 0 && !outcome.refused) || outcome.lost > row.othersLose)
@@ -74,8 +76,14 @@ int FailEach(const Row& row, Mode mode)
 Core::Property MakeOptions()
 {
     using Core::Property;
-    Property options = Property::Group("", {Property("a rather long name of a number", 1.5), {"b", 7}});
-    options.Add(Property::Group("more", {{"preset", "a value too long to fit into the string"}, {"x", true}}));
+    Property options = Property::Group("", {
+                                               Property("a rather long name of a number", 1.5), {"b", 7}
+    });
+    options.Add(
+        Property::Group("more", {
+                                    {"preset", "a value too long to fit into the string"},
+                                    {"x",      true                                     }
+    }));
     return options;
 }
 
@@ -89,8 +97,10 @@ const Conf::SampleInfo surround(48000, Conf::SampleFormats::FLTP, Conf::ChannelL
 
 SwsCtxParams MakeParams(int width)
 {
-    return {.src = {.width = 64, .height = 48, .format = AV_PIX_FMT_YUV420P, .matrix = Conf::YCbCrMatrix::BT709},
-            .dst = {.width = width, .height = 24, .format = AV_PIX_FMT_YUV444P}};  // RGB: see SafeSwsContext
+    return {
+        .src = {.width = 64, .height = 48, .format = AV_PIX_FMT_YUV420P, .matrix = Conf::YCbCrMatrix::BT709},
+        .dst = {.width = width, .height = 24, .format = AV_PIX_FMT_YUV444P}
+    };  // RGB: see SafeSwsContext
 }
 
 boost::intrusive_ptr<VideoData> MakePicture(PixFmt format)
@@ -117,7 +127,8 @@ struct Material {
     std::string path = folder.Put("some file with a long name.mkv", std::string(5000, 'x'));
     std::string dump = (folder.path / "dump").native();
     std::vector<uint8_t> wave = [] {
-        const std::string head("RIFF\x24\x10\0\0WAVEfmt \x10\0\0\0\1\0\2\0\x44\xac\0\0\x10\xb1\2\0\4\0\x10\0data\0\x10\0\0", 44);
+        const std::string head(
+            "RIFF\x24\x10\0\0WAVEfmt \x10\0\0\0\1\0\2\0\x44\xac\0\0\x10\xb1\2\0\4\0\x10\0data\0\x10\0\0", 44);
         std::vector<uint8_t> bytes(head.begin(), head.end());
         bytes.resize(4140);
         return bytes;
@@ -139,7 +150,8 @@ struct Material {
 std::vector<Row> MakeRows(const Material& m)
 {
     return {
-        {"option tree: copies", [&m] {
+        {"option tree: copies",
+         [&m] {
              Core::Property copy = m.options;
              const uint64_t count = copy.Count();
              try {
@@ -150,19 +162,24 @@ std::vector<Row> MakeRows(const Material& m)
              }
              copy = m.options;
          }, true},
-        {"options into a dictionary", [&m] {
+        {"options into a dictionary",
+         [&m] {
              FreeDictionary target;
              SetContextOptions(&target.dictionary, m.options);
              AVDictionaryToStr(target.dictionary);
              GetMetadata(target.dictionary, "preset");
          }, true},
-        {"readable text", [] {
+        {"readable text",
+         [] {
              // UTF-8 is taken as it is; the second needs the statistics, the third units of two bytes
-             for (const char* text : {"Grüße an alle, die hier sind", "\xcf\xf0\xe8\xe2\xe5\xf2, \xec\xe8\xf0, \xea\xe0\xea \xe4\xe5\xeb\xe0"})
+             for (const char* text :
+                  {"Grüße an alle, die hier sind",
+                   "\xcf\xf0\xe8\xe2\xe5\xf2, \xec\xe8\xf0, \xea\xe0\xea \xe4\xe5\xeb\xe0"})
                  Core::CharsetEncoding::GetReadeableString(text);
              Core::CharsetEncoding::GetReadeableString(std::string("\xff\xfeT\0e\0s\0t\0", 10));
-         }, true, 200},  // the statistics' constructors lose each other
-        {"a failure and its call stack", [] {
+         }, true, 200}, // the statistics' constructors lose each other
+        {"a failure and its call stack",
+         [] {
              try {
                  CodecIDFromTextID("there is no codec of such a name");
                  ADD_FAILURE();
@@ -170,7 +187,8 @@ std::vector<Row> MakeRows(const Material& m)
              }
          }, true},
         {"FFmpeg's results as text", [] { GetErrorDescriptionFFMPEG(-12345); }, true},
-        {"lists of codecs and formats", [] {
+        {"lists of codecs and formats",
+         [] {
              GetCustomFFDecodersList();
              GetFFMPEGKnownInputFormats();
              GetFFMPEGRealOutputFormats();
@@ -178,19 +196,22 @@ std::vector<Row> MakeRows(const Material& m)
              GetSupportedHWPixelFormats(FindDecoder(AV_CODEC_ID_H264, ""));
              FilterPixelFormatsForSwScaling({PixFmt::YUV420P, PixFmt::BGRA}, true, true);
          }, true},
-        {"an encoder's abilities", [] {
+        {"an encoder's abilities",
+         [] {
              const SafeEncoderCodec encoder(AV_CODEC_ID_H264, ImplNames::FFMPEG);
              encoder.GetSupportedPixFmts();
              encoder.GetSupportedOptions();
              encoder.GetOptionValues("preset");
          }, true},
-        {"detection of a file", [&m] {
+        {"detection of a file",
+         [&m] {
              const auto probe = MovieProbe::Create("x.wav", m.wave);
              ProbeResult result;
              DetectFileInputFormat(*probe, result);
              EXPECT_EQ(result.format, Conf::IFormatFile::FORMAT_WAV);
          }, true},
-        {"files", [&m] {
+        {"files",
+         [&m] {
              const auto input = Core::DataInputFile::Create(ioPath(m.path));
              const auto probe = MovieProbe::Create(input, 100);
              Core::DataOutputFile::Create(ioPath(m.dump))->Write(probe->buffer, probe->size);
@@ -199,7 +220,8 @@ std::vector<Row> MakeRows(const Material& m)
              } catch (const Core::IOException&) {
              }
          }, true},
-        {"reading through guarded callbacks", [&m] {
+        {"reading through guarded callbacks",
+         [&m] {
              StreamFailure failure;
              GuardedIO io(Core::DataInputMemory::Create(m.wave), 4096, failure);
              AVFormatContext* context = avformat_alloc_context();
@@ -222,7 +244,8 @@ std::vector<Row> MakeRows(const Material& m)
              }
              failure.Check();
          }, true},
-        {"packets", [] {
+        {"packets",
+         [] {
              AVPacket* packet = CreatePacket(100);
              try {
                  AVPacket* copy = CopyPacket(packet);
@@ -233,23 +256,27 @@ std::vector<Row> MakeRows(const Material& m)
              }
              ReleasePacket(&packet);
          }},
-        {"frames", [&m] {
+        {"frames",
+         [&m] {
              SafeFrame frame({}, AV_PIX_FMT_NV12, 64, 48, 1, 1);
              SafeFrame empty;
              const AVFrameWrapper wrapped(*m.picture->GetFrame());
              AVFrameWrapper copy(wrapped);
              copy = *frame.get();
          }},
-        {"codec context", [] {
+        {"codec context",
+         [] {
              SafeCodecContext context(FindDecoder(AV_CODEC_ID_MPEG4, ""));
              context = SafeCodecContext(nullptr);
          }},
-        {"parameters", [&m] {
+        {"parameters",
+         [&m] {
              const Parameters parameters;
              if (parameters.value)
                  FormatCodecToCodecParameters(m.codec, parameters.value);
          }},
-        {"scaler", [&m] {
+        {"scaler",
+         [&m] {
              SafeSwsContext scaler(MakeParams(32));
              try {
                  scaler = SafeSwsContext(MakeParams(16));
@@ -260,7 +287,8 @@ std::vector<Row> MakeRows(const Material& m)
              SafeFrame target({}, AV_PIX_FMT_YUV444P, 16, 24, 1, 1);
              scaler.Scale(SwsSource(m.picture->GetFrame()), SwsDestination(target));
          }},
-        {"resampler", [] {
+        {"resampler",
+         [] {
              SafeSwrContext resampler(stereo, surround);
              const auto in = MakeRefCounted<AudioData>(stereo, 500);
              const auto out = MakeRefCounted<AudioData>(surround, 1000);
@@ -268,17 +296,20 @@ std::vector<Row> MakeRows(const Material& m)
              resampler.Init(surround, stereo);
          }},
         {"dumps", [&m] { AVFrame_SaveToBmp(m.rgb, m.dump); }, true},
-        {"a packet's description", [] {
+        {"a packet's description",
+         [] {
              AVPacket packet = {};
              std::ostringstream text;
              text << &packet;
          }, true},
-        {"memory statistics", [] {
+        {"memory statistics",
+         [] {
              MemStat statistics("a name that is too long for a short string");
              std::ostringstream text;
              text << statistics.GetSnapshot();
          }, true},
-        {"a hardware device that isn't there", [] {
+        {"a hardware device that isn't there",
+         [] {
              try {
                  SafeBuffer device(AV_HWDEVICE_TYPE_DRM, "/no/such/device", nullptr, 0);
              } catch (const ProcException&) {
@@ -292,12 +323,14 @@ std::vector<Row> MakeRows(const Material& m)
 TEST(AllocationFailure, OnFirstUseLeavesTheTableToTheNextCall)
 {
     const Row rows[] = {
-        {"extensions", [] { EXPECT_FALSE(Conf::GetFormatsByExtension("mkv").empty()); }},
-        {"image containers", [] { EXPECT_FALSE(Conf::GetImageContainerSet(Conf::AnimatedImages::Include).empty()); }},
-        {"brands", [] { EXPECT_FALSE(GetKnownISOBaseMediaFileFormats().empty()); }},
-        {"supported inputs", [] { EXPECT_GT(GetFFMPEGSupportedInputFormats().size(), 100u); }},
-        {"channel layouts", [] { EXPECT_EQ(AVChannelLayoutMaskFromQuorva(Conf::ChannelLayout::Mono), AV_CH_LAYOUT_MONO); }},
-        {"coefficients", [] { EXPECT_GT(SafeSwsContext::GetCoefficients(Conf::YCbCrMatrix::BT709)[0], 0); }},
+        {"extensions",       [] { EXPECT_FALSE(Conf::GetFormatsByExtension("mkv").empty()); }                  },
+        {"image containers",
+         [] { EXPECT_FALSE(Conf::GetImageContainerSet(Conf::AnimatedImages::Include).empty()); }               },
+        {"brands",           [] { EXPECT_FALSE(GetKnownISOBaseMediaFileFormats().empty()); }                   },
+        {"supported inputs", [] { EXPECT_GT(GetFFMPEGSupportedInputFormats().size(), 100u); }                  },
+        {"channel layouts",
+         [] { EXPECT_EQ(AVChannelLayoutMaskFromQuorva(Conf::ChannelLayout::Mono), AV_CH_LAYOUT_MONO); }        },
+        {"coefficients",     [] { EXPECT_GT(SafeSwsContext::GetCoefficients(Conf::YCbCrMatrix::BT709)[0], 0); }},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

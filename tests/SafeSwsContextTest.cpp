@@ -279,6 +279,61 @@ TEST(SafeSwsContext, NarrowChromaIsNoDivisionByZero)
         }
 }
 
+// Raw video can hold any words. FFmpeg looks things up in tables by them, and ends the process.
+TEST(SafeSwsContext, SamplesBeyondTheirDepthAreTheLargest)
+{
+    constexpr int width = 53, height = 32;
+    int formats = 0;
+    for (const AVPixFmtDescriptor* d = nullptr; (d = av_pix_fmt_desc_next(d));) {
+        const AVPixelFormat format = av_pix_fmt_desc_get_id(d);
+        const int depth = d->comp[0].depth;
+        if (depth <= 8 || depth >= 16 || d->comp[0].shift || !(d->flags & AV_PIX_FMT_FLAG_PLANAR) ||
+            d->flags & AV_PIX_FMT_FLAG_FLOAT || !sws_isSupportedInput(format))
+            continue;
+        SCOPED_TRACE(d->name);
+        ++formats;
+        const Frame stray = NewFrame(format, width, height), clean = NewFrame(format, width, height);
+        const bool swapped = d->flags & AV_PIX_FMT_FLAG_BE;
+        uint32_t noise = 1;
+        for (int plane = 0; plane < 4 && stray->buf[plane]; ++plane)
+            for (size_t at = 0; at + 2 <= stray->buf[plane]->size; at += 2) {
+                noise = noise * 1664525 + 1013904223;
+                const uint32_t value = noise >> 31 ? 0xffff : noise >> 16 & 0xffff;
+                const uint32_t largest = (1u << depth) - 1;
+                for (const auto& [frame, sample] : {
+                         std::pair(&stray, value), {&clean, std::min(value, largest)}
+                }) {
+                    (*frame)->buf[plane]->data[at + swapped] = static_cast<uint8_t>(sample);
+                    (*frame)->buf[plane]->data[at + !swapped] = static_cast<uint8_t>(sample >> 8);
+                }
+            }
+        for (const AVPixelFormat to : {AV_PIX_FMT_BGR565LE, AV_PIX_FMT_BGRA, AV_PIX_FMT_GBRP})
+            for (const int flags : {SWS_BICUBIC, SWS_SINC, SWS_LANCZOS, SWS_SPLINE | SWS_ACCURATE_RND}) {
+                const SafeSwsContext scaler(SwsCtxParams{
+                    {width, height, format},
+                    {width, height, to    },
+                    flags
+                });
+                const Frame found = NewFrame(to, width, height), expected = NewFrame(to, width, height);
+                // in two slices, which begin at a row of chroma
+                SwsSource lower(stray);
+                for (int plane = 0; plane < 4; ++plane)
+                    lower.data[plane] +=
+                        lower.linesize[plane] * (plane == 1 || plane == 2 ? 16 >> d->log2_chroma_h : 16);
+                scaler.Scale(SwsSource(stray), 0, 16, SwsDestination(found));
+                scaler.Scale(lower, 16, 16, SwsDestination(found));
+                scaler.Scale(SwsSource(clean), SwsDestination(expected));
+                const int length = av_image_get_linesize(to, width, 0);
+                for (int y = 0; y < height; ++y)
+                    ASSERT_TRUE(std::equal(found->data[0] + y * found->linesize[0],
+                                           found->data[0] + y * found->linesize[0] + length,
+                                           expected->data[0] + y * expected->linesize[0]))
+                        << av_get_pix_fmt_name(to) << ", flags " << flags << ", row " << y;
+            }
+    }
+    EXPECT_GT(formats, 40);
+}
+
 TEST(SafeSwsContext, RefusedSizesAreNamed)
 {
     const auto failure = [](int srcw, int srch, int dstw, int dsth) {

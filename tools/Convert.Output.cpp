@@ -155,14 +155,28 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
             position,
             Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0), target.time_base));
     ++packets;
-    Check("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
+    CheckPacket("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
+}
+
+void Output::CheckPacket(const char* what, int result)
+{
+    constexpr uint64_t many = 100;  // of so many, half were not refused for their damage
+    const bool damaged = result == AVERROR_INVALIDDATA || result == AVERROR_PATCHWELCOME;
+    if (!damaged || failure.IsSet())
+        return Check(what, result);
+    ++refused;
+    if (refused == packets ? packets >= many : refused > many && 2 * refused > packets)
+        Check(what, result);
+    refusal = result;
 }
 
 void Output::Finish()
 {
+    if (refused > 0 && IsEmpty())
+        Check("refuses every packet", refusal);
     if (packets == 0 && !std::ranges::any_of(std::span(context->streams, context->nb_streams), IsAttachment))
         ThrowEmpty();
-    Check("refuses the last packets", av_interleaved_write_frame(context.get(), nullptr));
+    CheckPacket("refuses the last packets", av_interleaved_write_frame(context.get(), nullptr));
     const int result = av_write_trailer(context.get());
     if (file)
         avio_flush(file->Get());

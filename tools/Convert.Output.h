@@ -32,6 +32,7 @@ public:
 
     /// Writes the header: no streams afterwards.
     void Begin();
+    /// A packet that the muxer finds damaged is left out; too many of them are a failure.
     void Write(AVPacket& packet, int stream, AVRational timeBase) override;
     /// Writes what is held back, and the trailer. The streams are gone then.
     /// @throws Quorva::Exception  it fails, or nothing at all was written
@@ -40,6 +41,8 @@ public:
     /// The end of what was written last, microseconds; of any stream.
     int64_t GetPosition() const { return position; }
     uint64_t GetBytes() const;  ///< of all files so far
+    bool IsEmpty() const { return packets == refused; }
+    uint64_t GetRefused() const { return refused; }  ///< packets that the muxer found damaged
 
 private:
     struct FreeContext {
@@ -51,12 +54,15 @@ private:
     static int ClosePicture(AVFormatContext* context, AVIOContext* io);
     void Repair(AVPacket& packet, AVStream& stream);
     void Check(const char* what, int result);
+    void CheckPacket(const char* what, int result);
 
     OutputFiles& files;
     Proc::StreamFailure failure;
     uint64_t closedBytes = 0;  ///< of pictures that are complete
     int64_t position = 0;
     uint64_t packets = 0;
+    uint64_t refused = 0;          ///< of them
+    int refusal = 0;               ///< FFmpeg's result, of the last
     std::vector<int64_t> lastDts;  ///< of each stream, in its time base
     bool begun = false;
     std::unique_ptr<Proc::GuardedIO> file;  ///< none for pictures

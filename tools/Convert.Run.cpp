@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -90,6 +91,8 @@ private:
     std::map<size_t, std::string> passStats;  ///< of the plan's streams
     std::set<std::string> told;
     std::map<int, uint64_t> damaged;  ///< packets without effect, by input stream
+    uint64_t refused = 0;             ///< packets that the muxer found damaged
+    std::exception_ptr readFailure;   ///< where reading ended early; what came before is converted
     int64_t position = 0;
     uint64_t bytes = 0;
 };
@@ -189,8 +192,13 @@ bool Conversion::Transport(OpenedInput& input, std::map<int, Path*>& paths, Outp
     const bool anyAwaited = std::ranges::any_of(paths, isAwaited);
     const PacketPointer packet(Proc::CreatePacket(0));
     while (!Interruption::IsWanted()) {
-        if (!input.ReadPacket(packet.get()))
+        try {
+            if (!input.ReadPacket(packet.get()))
+                return true;
+        } catch (...) {
+            readFailure = std::current_exception();
             return true;
+        }
         if (const auto path = paths.find(packet->stream_index);
             path != paths.end() && !path->second->IsDone()) {
             // A first pass writes nothing: its position is the input's.
@@ -239,7 +247,10 @@ bool Conversion::RunPass(OpenedInput& input, int pass, ConvertProgress& progress
         if (path)
             path->Finish();
     if (output) {
+        if (readFailure && output->IsEmpty())
+            std::rethrow_exception(readFailure);  // which is why
         output->Finish();
+        refused = output->GetRefused();
         position = output->GetPosition();
         bytes = output->GetBytes();
     }
@@ -258,6 +269,8 @@ void Conversion::Sum(const ConvertProgress& progress) const
         if (packets > 0)
             Tell(fmt::format("stream {}: {} damaged packet{} left out", stream, packets,
                              packets == 1 ? "" : "s"));
+    if (refused > 0)
+        Tell(fmt::format("{} damaged packet{} left out", refused, refused == 1 ? "" : "s"));
     std::string line = fmt::format("{}: {}, {} bytes", options.output, DurationText(position), bytes);
     if (const double speed = progress.GetSpeed(); speed > 0)
         line += fmt::format(", {:.3g} times as fast as it plays", speed);
@@ -296,6 +309,11 @@ bool Conversion::Run()
     Sum(progress);
     if (!complete)
         Tell(options.output + ": stopped; what had been read by then is in it");
+    if (readFailure) {
+        Tell(options.output + ": what could be read is in it");
+        std::rethrow_exception(readFailure);
+    }
+    input->CheckStreams();
     return complete;
 }
 

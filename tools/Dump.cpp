@@ -86,10 +86,10 @@ public:
         const Interruption interruption;
         const bool whole = Try([this] {
             ReadPackets();
-            input.CheckStreams();
             for (const auto& stream : streams)
                 if (!stream->IsDone() && !Interruption::IsWanted())
                     stream->Decode(nullptr);
+            input.CheckStreams();
         });
         int dumps = 0;
         for (const auto& stream : streams) {

@@ -78,7 +78,7 @@ FileReport ProbeFile(const WalkedFile& file, const ProbeOptions& options, ProbeO
         output.BeginPackets(report);
     if (options.packets || options.count || options.table)
         ReadPackets(*input, report, output, options.packets);
-    else
+    if (!report.failure)
         try {
             input->CheckStreams();
         } catch (...) {

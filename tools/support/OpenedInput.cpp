@@ -61,6 +61,14 @@ private:
                          << TagFailureKind(FailureKind::InvalidData));
 }
 
+[[noreturn]] void ThrowLosses(const ReadLosses& losses)
+{
+    Proc::Details::Raise(Core::IOException()
+                         << TagDescription(fmt::format("{} bytes can't be read and count as zeros: {}",
+                                                       losses.bytes, losses.reason))
+                         << TagFailureKind(FailureKind::Unreadable));
+}
+
 boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
 {
     try {
@@ -87,7 +95,9 @@ DetectedInput DetectInput(const std::string& path)
 {
     DetectedInput input{path, OpenStream(path), 0, {}};
     input.size = input.stream->GetSize();
-    const auto probe = Proc::MovieProbe::Create(input.stream, PROBE_SIZE);
+    ReadLosses losses;
+    const auto probe =
+        Proc::MovieProbe::Create(MakeRefCounted<SteadyInput>(input.stream, losses), PROBE_SIZE);
     if (probe->size == 0)
         ThrowUnknownFormat("the file is empty");
     try {
@@ -97,6 +107,8 @@ DetectedInput DetectInput(const std::string& path)
           << TagFailureKind(FailureKind::UnknownFormat);
         throw;
     }
+    if (input.result.format.empty() && losses.bytes > 0)
+        ThrowLosses(losses);
     if (input.result.format.empty())
         ThrowUnknownFormat(fmt::format("first {} bytes match nothing", probe->size));
     return input;
@@ -106,7 +118,8 @@ std::unique_ptr<Proc::GuardedIO> OpenedInput::MakeSource(boost::intrusive_ptr<Co
 {
     stream->MoveTo(0);
     bytes += stream->GetSize();
-    return std::make_unique<Proc::GuardedIO>(std::move(stream), Proc::GuardedIO::SIZE, failure);
+    return std::make_unique<Proc::GuardedIO>(MakeRefCounted<SteadyInput>(std::move(stream), losses),
+                                             Proc::GuardedIO::SIZE, failure);
 }
 
 int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
@@ -162,7 +175,7 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
     const int opened = avformat_open_input(&fresh, input.path.c_str(), demuxer, &options);
     context.reset(fresh);  // null when that failed
     if (opened < 0) {
-        CheckStreams();
+        CheckStreams();  // which may be the reason
         ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
     }
     // A failure leaves the streams less well described, not unreadable.
@@ -171,6 +184,13 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
 }
 
 OpenedInput::~OpenedInput() = default;
+
+void OpenedInput::CheckStreams() const
+{
+    failure.Check();
+    if (losses.bytes > 0)
+        ThrowLosses(losses);
+}
 
 bool OpenedInput::ReadPacket(AVPacket* packet)
 {
@@ -181,11 +201,11 @@ bool OpenedInput::ReadPacket(AVPacket* packet)
             ThrowEndless(packets);
         return true;
     }
-    CheckStreams();
-    if (result != AVERROR_EOF)
-        ThrowFFmpegFailure(fmt::format("reading stopped after {} packet{}", packets, packets == 1 ? "" : "s"),
-                           result);
-    return false;
+    if (result == AVERROR_EOF)
+        return false;
+    failure.Check();
+    ThrowFFmpegFailure(fmt::format("reading stopped after {} packet{}", packets, packets == 1 ? "" : "s"),
+                       result);
 }
 
 }  // namespace Quorva::Tool

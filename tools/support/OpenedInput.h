@@ -6,6 +6,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
 #include "host/FoundationIO.h"
 #include "host/ProcessingSupport.h"
+#include "tools/support/SteadyInput.h"
 
 #include <cstdint>
 #include <memory>
@@ -31,9 +32,9 @@ DetectedInput DetectInput(const std::string& path);
 /// A demuxer at work on a file. One thread at a time.
 ///
 /// FFmpeg opens nothing by itself: the file, and further ones that it names (the pieces of a playlist), are
-/// host streams, and every protocol is refused. What a stream throws doesn't cross FFmpeg: it is kept, FFmpeg
-/// learns of an input error and may read on elsewhere, and the exception comes out of ReadPacket() at the
-/// end, or of CheckStreams().
+/// host streams, and every protocol is refused. Where a medium can't be read, zeros are. What a stream throws
+/// beyond that doesn't cross FFmpeg: it is kept, and FFmpeg learns of an input error and may read on
+/// elsewhere. Both come out of CheckStreams().
 class OpenedInput {
 public:
     /// Opens the file and finds out about its streams.
@@ -50,11 +51,13 @@ public:
 
     /// Reads the next packet of any stream into `packet`, which must be empty.
     /// @return false at the end, `packet` is empty then.
-    /// @throws Quorva::Exception  reading stopped before the end, or a stream failed on the way there.
+    /// @throws Quorva::Exception  reading stopped before the end.
     bool ReadPacket(AVPacket* packet);
 
-    /// @throws  what a stream threw first, if any did.
-    void CheckStreams() const { failure.Check(); }
+    /// To be called at the end of it all.
+    /// @throws Core::IOException  something could not be read.
+    /// @throws                    what a stream threw first, if any did.
+    void CheckStreams() const;
 
 private:
     struct CloseContext {
@@ -66,6 +69,7 @@ private:
     static int CloseFurther(AVFormatContext* context, AVIOContext* io);
     std::unique_ptr<Proc::GuardedIO> MakeSource(boost::intrusive_ptr<Core::IDataInput> stream);
 
+    ReadLosses losses;
     Proc::StreamFailure failure;
     uint64_t bytes = 0;    ///< of all streams opened so far
     uint64_t packets = 0;  ///< read so far

@@ -6,11 +6,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <vector>
 
 namespace Quorva::Proc {
 
@@ -150,6 +153,76 @@ void CopyPlanes(const AVPixFmtDescriptor& d, int width, int height, const SwsSou
     }
 }
 
+/// The bits that samples of the format have room for and don't use; 0 where FFmpeg minds that itself.
+uint16_t GetStrayBits(AVPixelFormat format)
+{
+    const AVPixFmtDescriptor& d = *GetPixelFormatDescription(format);
+    const int depth = d.comp[0].depth;
+    if (depth <= 8 || depth >= 16 || d.comp[0].shift != 0 || d.comp[0].step > 4)
+        return 0;
+    const auto bits = static_cast<uint16_t>(0xffff << depth);
+    const bool swapped =
+        ((d.flags & AV_PIX_FMT_FLAG_BE) != 0) == (std::endian::native == std::endian::little);
+    return swapped ? static_cast<uint16_t>(bits >> 8 | bits << 8) : bits;
+}
+
+/// A slice whose samples may exceed the depth of their format, as those of raw video: FFmpeg's tables for RGB
+/// have no room for what it makes of them.
+class CleanSlice {
+public:
+    CleanSlice(const SwsItem& item, uint16_t strayBits, const SwsSource& src, int rows) : source(src)
+    {
+        const AVPixFmtDescriptor& d = *GetPixelFormatDescription(item.format);
+        for (int plane = 0; plane < 4 && src.data[plane]; ++plane) {
+            const bool chroma = plane == 1 || plane == 2;
+            const auto height = static_cast<int>(CeilShift(rows, chroma ? d.log2_chroma_h : 0));
+            const int width = av_image_get_linesize(item.format, item.width, plane) / 2;  // words
+            if (width > 0 && height > 0 && IsStray(plane, width, height, strayBits))
+                Replace(plane, width, height, strayBits);
+        }
+    }
+
+    const SwsSource& Get() const noexcept { return source; }
+
+private:
+    const uint8_t* Row(int plane, int y) const
+    {
+        return source.data[plane] + static_cast<ptrdiff_t>(y) * source.linesize[plane];
+    }
+
+    bool IsStray(int plane, int width, int height, uint16_t strayBits) const
+    {
+        uint16_t all = 0;
+        for (int y = 0; y < height; ++y) {
+            const uint8_t* const row = Row(plane, y);
+            for (int x = 0; x < width; ++x) {
+                uint16_t word;
+                std::memcpy(&word, row + 2 * static_cast<ptrdiff_t>(x), sizeof word);
+                all |= word;
+            }
+        }
+        return all & strayBits;
+    }
+
+    /// Samples that are too large become the largest.
+    void Replace(int plane, int width, int height, uint16_t strayBits)
+    {
+        std::vector<uint16_t>& words = planes[plane];
+        words.resize(static_cast<size_t>(width) * static_cast<size_t>(height));
+        for (int y = 0; y < height; ++y)
+            std::memcpy(&words[static_cast<size_t>(y) * static_cast<size_t>(width)], Row(plane, y),
+                        2 * static_cast<size_t>(width));
+        for (uint16_t& word : words)
+            if (word & strayBits)
+                word = static_cast<uint16_t>(~strayBits);
+        source.data[plane] = reinterpret_cast<const uint8_t*>(words.data());
+        source.linesize[plane] = 2 * width;
+    }
+
+    SwsSource source;
+    std::vector<uint16_t> planes[4];
+};
+
 }  // namespace
 
 SafeSwsContext::Exception::~Exception() = default;
@@ -207,6 +280,8 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
 
     if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified)
         ReplaceTables(fresh.context, GetCoefficients(p.src.matrix), GetCoefficients(p.dst.matrix));
+    if (av_pix_fmt_desc_get(p.dst.format)->flags & AV_PIX_FMT_FLAG_RGB)
+        fresh.strayBits = GetStrayBits(p.src.format);
     Swap(fresh);
 }
 
@@ -218,7 +293,10 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
     }
     if (!context)
         return AVERROR(EINVAL);
-    return sws_scale(context, src.data, src.linesize, sliceY, sliceH, dst.data, dst.linesize);
+    const auto scale = [&](const SwsSource& source) {
+        return sws_scale(context, source.data, source.linesize, sliceY, sliceH, dst.data, dst.linesize);
+    };
+    return strayBits ? scale(CleanSlice(params.src, strayBits, src, sliceH).Get()) : scale(src);
 }
 
 int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const

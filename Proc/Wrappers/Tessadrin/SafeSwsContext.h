@@ -89,6 +89,9 @@ struct SwsDestination {
 
 /// Owns one scaler, or copies planes where nothing needs to be converted: when both sides are equal and the
 /// format is semi-planar YUV (NV12 and its kin). Movable, not copyable; one thread at a time.
+///
+/// Where the target is RGB, FFmpeg 7.1 doesn't notice that it got no memory for its colour tables (65 KB),
+/// and the process ends at the first picture.
 class TESSADRIN_API SafeSwsContext {
 public:
     class Exception;
@@ -117,6 +120,9 @@ public:
     /// @param dst             planes of the whole picture, params.dst.height rows
     /// @return                rows written, or the destination's height where planes are only copied;
     ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty
+    /// @throws std::bad_alloc  samples exceed their format's depth, as raw video's may, and there is no
+    /// memory
+    ///                         for the slice without them: FFmpeg reads outside its tables there.
     int Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
     /// The whole picture.
     int Scale(const SwsSource& src, const SwsDestination& dst) const;
@@ -126,6 +132,7 @@ public:
     {
         std::swap(params, other.params);
         std::swap(copyDescriptor, other.copyDescriptor);
+        std::swap(strayBits, other.strayBits);
         std::swap(context, other.context);
     }
 
@@ -137,7 +144,8 @@ public:
 private:
     SwsCtxParams params;
     const AVPixFmtDescriptor* copyDescriptor = nullptr;  ///< FFmpeg's, static; set where planes are copied
-    SwsContext* context = nullptr;                       ///< owned
+    uint16_t strayBits = 0;  ///< that no sample of the source may have, as the words lie in memory; 0: any
+    SwsContext* context = nullptr;  ///< owned
 };
 
 /// A scaler that could not be initialised, with what was asked of it.
