@@ -15,4 +15,15 @@ int64_t ParseTime(const char* option, const std::string& text)
     return time;
 }
 
+std::shared_ptr<bool> AddDoctor(CLI::App& app)
+{
+    auto json = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand(
+        "doctor", "Tell whether the library can be loaded with this FFmpeg, and what it lacks");
+    command->add_flag("--json", *json, "Print one JSON document");
+    command->footer("Exit codes: 0 it can be loaded, 1 it can't.");
+    command->callback([json] {});  // keeps it as long as the command lives
+    return json;
+}
+
 }  // namespace Quorva::Tool

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace CLI {
@@ -37,5 +38,7 @@ void AddFormats(CLI::App& app, Program& program);
 void AddCodecs(CLI::App& app, Program& program);
 void AddConvert(CLI::App& app, Program& program);
 void AddDump(CLI::App& app, Program& program);
+/// @return  whether JSON is wanted
+std::shared_ptr<bool> AddDoctor(CLI::App& app);
 
 }  // namespace Quorva::Tool

@@ -1,4 +1,5 @@
 #include "tools/Command.h"
+#include "tools/Launcher.h"
 #include "tools/support/Console.h"
 #include "tools/support/Json.h"
 #include "tools/support/Logging.h"
@@ -9,12 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <exception>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -95,6 +91,7 @@ int Run(int argc, char** argv)
     AddFormats(app, program);
     AddCodecs(app, program);
     AddDump(app, program);
+    AddDoctor(app);  // for the help: it runs elsewhere
     try {
         app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {
@@ -108,19 +105,4 @@ int Run(int argc, char** argv)
 
 }  // namespace Quorva::Tool
 
-int main(int argc, char** argv)
-{
-    using namespace Quorva::Tool;
-    // Whoever started us may have had it ignored; `| head` is to end the program, not to make it complain.
-    std::signal(SIGPIPE, SIG_DFL);
-    UseUtf8();
-    try {
-        const int code = Run(argc, argv);
-        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
-            return code;
-        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
-    } catch (const std::exception& e) {
-        WriteLine(std::string("tessadrin: ") + e.what());
-    }
-    return EXIT_SOME_FAILED;
-}
+int tessadrin_main(int argc, char** argv) { return Quorva::Tool::Run(argc, argv); }

@@ -4,6 +4,7 @@
 #include "host/RefCounting.h"
 
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace Quorva::Proc::Details {
@@ -34,5 +35,9 @@ void CheckRuntimeVersion(unsigned version);
 /// of pixel formats rely on.
 /// @throws std::logic_error  names the first that differs, or that FFmpeg doesn't describe ("none").
 void CheckPixelFormats(const std::vector<PixFmtDescription>& descriptions);
+
+/// The exception that is being handled, which a part of the load sequence threw: what it is, and what to do
+/// about it. One sentence without its full stop.
+std::string DescribeLoadFailure();
 
 }  // namespace Quorva::Proc::Details

@@ -1,0 +1,196 @@
+#include "tools/Doctor.h"
+
+#include "Proc/Wrappers/Tessadrin/Details/Loaded.h"
+#include "Proc/Wrappers/Tessadrin/Details/SelectionRows.h"
+#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "tools/Command.h"
+#include "tools/support/Console.h"
+#include "tools/support/Json.h"
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Quorva::Proc::Details {
+
+// This part of the program is made of the library's own files, all but the one that loads it.
+const Loaded& GetLoaded() noexcept { std::abort(); }
+
+}  // namespace Quorva::Proc::Details
+
+namespace Quorva::Tool {
+
+namespace {
+
+using Names = std::vector<std::string>;
+using Proc::Details::SelectionRow;
+
+struct Version {
+    const char* name;
+    unsigned built;
+    unsigned running;
+};
+
+struct Diagnosis {
+    std::vector<Version> versions;
+    std::optional<std::string> failure;          ///< why the library can't be loaded
+    Names decoders, encoders, demuxers, muxers;  ///< that the library names and this FFmpeg lacks
+    Names hardware;                              ///< kinds of devices that this FFmpeg was built for
+};
+
+std::vector<Version> GetVersions()
+{
+    return {
+        {"libavutil",     LIBAVUTIL_VERSION_INT,     avutil_version()    },
+        {"libavcodec",    LIBAVCODEC_VERSION_INT,    avcodec_version()   },
+        {"libavformat",   LIBAVFORMAT_VERSION_INT,   avformat_version()  },
+        {"libswscale",    LIBSWSCALE_VERSION_INT,    swscale_version()   },
+        {"libswresample", LIBSWRESAMPLE_VERSION_INT, swresample_version()},
+    };
+}
+
+Names Sorted(const std::set<std::string>& names) { return {names.begin(), names.end()}; }
+
+Names LackingCodecs(std::span<const SelectionRow> rows, const AVCodec* (*find)(const char*))
+{
+    std::set<std::string> lacking;
+    for (const SelectionRow& row : rows)
+        if (!find(row.name))
+            lacking.insert(row.name);
+    return Sorted(lacking);
+}
+
+/// @param known  by name
+template <class Known, class Format>
+Names LackingFormats(const Known& known, const std::vector<const Format*>& present)
+{
+    std::set<std::string> lacking;
+    for (const auto& [name, entry] : known)
+        if (std::ranges::find(present, std::string_view(name), &Format::name) == present.end())
+            lacking.insert(std::string(name));
+    return Sorted(lacking);
+}
+
+Names GetHardware()
+{
+    Names names;
+    for (AVHWDeviceType type = AV_HWDEVICE_TYPE_NONE;
+         (type = av_hwdevice_iterate_types(type)) != AV_HWDEVICE_TYPE_NONE;)
+        names.emplace_back(av_hwdevice_get_type_name(type));
+    return names;
+}
+
+/// Each part of the load sequence, built and dropped again.
+std::optional<std::string> FindLoadFailure()
+{
+    using namespace Proc::Details;
+    try {
+        const Loaded loaded;
+        return std::nullopt;
+    } catch (...) {
+        return DescribeLoadFailure();
+    }
+}
+
+Diagnosis Diagnose()
+{
+    using namespace Proc::Details;
+    Diagnosis diagnosis{GetVersions(), FindLoadFailure(), {}, {}, {}, {}, GetHardware()};
+    diagnosis.decoders = LackingCodecs(decoderRows, avcodec_find_decoder_by_name);
+    diagnosis.encoders = LackingCodecs(encoderRows, avcodec_find_encoder_by_name);
+    if (!diagnosis.failure) {
+        diagnosis.demuxers = LackingFormats(InputCatalogue().known, AllDemuxers());
+        diagnosis.muxers = LackingFormats(OutputCatalogue().known, AllMuxers());
+    }
+    return diagnosis;
+}
+
+std::string List(const Names& names)
+{
+    return names.empty() ? "none" : fmt::format("{}", fmt::join(names, " "));
+}
+
+void PrintText(const Diagnosis& diagnosis)
+{
+    fmt::print("tessadrin {}, FFmpeg {}\n", TESSADRIN_VERSION, av_version_info());
+    for (const Version& version : diagnosis.versions)
+        fmt::print("  {:<14} built with {:<11} running {}\n", version.name, VersionText(version.built),
+                   VersionText(version.running));
+    fmt::print(
+        "\nLacking in this FFmpeg, of what the library names:\n"
+        "  decoders  {}\n  encoders  {}\n",
+        List(diagnosis.decoders), List(diagnosis.encoders));
+    if (!diagnosis.failure)
+        fmt::print("  demuxers  {}\n  muxers    {}\n", List(diagnosis.demuxers), List(diagnosis.muxers));
+    fmt::print("\nHardware that this FFmpeg was built for: {}\n\n", List(diagnosis.hardware));
+    if (diagnosis.failure)
+        fmt::print("The library can't be loaded: {}.\n", *diagnosis.failure);
+    else
+        fmt::print("The library can be loaded.\n");
+}
+
+void PrintJson(const Diagnosis& diagnosis)
+{
+    Json versions = Json::object();
+    for (const Version& version : diagnosis.versions)
+        versions[version.name] = {
+            {"built",   VersionText(version.built)  },
+            {"running", VersionText(version.running)}
+        };
+    Json lacking = {
+        {"decoders", diagnosis.decoders},
+        {"encoders", diagnosis.encoders}
+    };
+    if (!diagnosis.failure) {
+        lacking["demuxers"] = diagnosis.demuxers;
+        lacking["muxers"] = diagnosis.muxers;
+    }
+    fmt::print("{}\n", JsonText({
+                           {"schema",    "tessadrin/doctor/1"                                 },
+                           {"tool",      ToolJson()                                           },
+                           {"libraries", versions                                             },
+                           {"loads",     !diagnosis.failure                                   },
+                           {"failure",   diagnosis.failure ? Json(*diagnosis.failure) : Json()},
+                           {"lacking",   lacking                                              },
+                           {"hardware",  diagnosis.hardware                                   },
+    }));
+}
+
+}  // namespace
+
+bool IsDoctorWanted(int argc, char** argv)
+{
+    const auto* const word =
+        std::find_if(argv + std::min(argc, 1), argv + argc, [](const char* text) { return text[0] != '-'; });
+    return word != argv + argc && std::string_view(*word) == "doctor";
+}
+
+int RunDoctor(int argc, char** argv)
+{
+    Program program;
+    CLI::App app("Media files as the pipeline sees them.", "tessadrin");
+    app.require_subcommand(1);
+    const auto json = AddDoctor(app);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        WriteLine(std::string("tessadrin: ") + error.what());
+        return EXIT_USAGE;
+    }
+    av_log_set_level(AV_LOG_QUIET);
+    const Diagnosis diagnosis = Diagnose();
+    (*json ? PrintJson : PrintText)(diagnosis);
+    return diagnosis.failure ? EXIT_SOME_FAILED : EXIT_ALL_WELL;
+}
+
+}  // namespace Quorva::Tool
