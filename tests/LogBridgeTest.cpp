@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <stdexcept>
 #include <thread>
 
 namespace Quorva::Proc {
@@ -254,6 +255,37 @@ TEST_F(LogBridge, SinkMayLogAgain)
     Send(nullptr, AV_LOG_ERROR, "said first");
     EXPECT_THAT(log.Take(), ElementsAre(LogRecord{GLOG_ERROR, "ERROR Global: said first"},
                                         LogRecord{GLOG_WARNING, "WARNING Global: said by the sink"}));
+}
+
+class ThrowingSink : google::LogSink {
+public:
+    ThrowingSink() { google::AddLogSink(this); }
+    ~ThrowingSink() override { google::RemoveLogSink(this); }
+
+private:
+    void send(google::LogSeverity, const char*, const char*, int, const google::LogMessageTime&, const char*,
+              size_t) override
+    {
+        throw std::runtime_error("from a sink");
+    }
+};
+
+// Whoever logs: it is the logging library's destructor that lets nothing pass.
+TEST(ThrowingSinkDeathTest, EndsTheProcessWithItsReason)
+{
+    const auto reason = "from a sink";
+    EXPECT_EXIT(
+        {
+            const ThrowingSink sink;
+            LOG(ERROR) << "by hand";
+        },
+        testing::KilledBySignal(SIGABRT), reason);
+    EXPECT_EXIT(
+        {
+            const ThrowingSink sink;
+            av_log(nullptr, AV_LOG_ERROR, "by FFmpeg");
+        },
+        testing::KilledBySignal(SIGABRT), reason);
 }
 
 TEST(RecentMessages, AdmitAfterFiveSecondsOfSilence)
