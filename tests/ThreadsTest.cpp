@@ -67,7 +67,7 @@ const FirstUse firstUses[] = {
     {"candidates by extension",   [] { return Conf::GetFormatsByExtension("webm").front(); }                    },
     {"image containers",
      [] { return std::to_string(Conf::GetImageContainerSet(Conf::AnimatedImages::Exclude).size()); }            },
-    {"brands",                    [] { return ConvertISOBMFFToFileFormat(0x69736f6d); }                         },
+    {"brands",                    [] { return GetKnownISOBaseMediaFileFormats().front(); }                      },
     {"recognition of pictures",
      [] {
          const std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0,   0,   0,
