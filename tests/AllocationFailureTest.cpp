@@ -18,6 +18,13 @@
 #include <new>
 #include <sstream>
 
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:libuchardet";
+}  // see the row of its texts
+#endif
+
 namespace Quorva::Proc {
 namespace {
 

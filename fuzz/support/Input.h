@@ -35,7 +35,8 @@ public:
     int Extreme() { return Flag() ? Number<int8_t>() : Number<int32_t>(); }
     std::string Text(size_t most = 32)
     {
-        const size_t size = std::min<size_t>(Number<uint8_t>() % (most + 1), Left());
+        const size_t wanted = Number<uint8_t>() % (most + 1);  // before what is left then
+        const size_t size = std::min(wanted, Left());
         const std::string text(reinterpret_cast<const char*>(at), size);
         at += size;
         return text;

@@ -13,6 +13,7 @@ std::atomic<long> live;
 constinit thread_local int countdown = 0;  ///< to the allocation that fails; 0 when disarmed
 constinit thread_local bool lasting = false;
 constinit thread_local bool refused = false;
+constinit thread_local long allocations = 0;
 
 bool Refuse() noexcept
 {
@@ -25,6 +26,7 @@ bool Refuse() noexcept
 void* Count(void* block) noexcept
 {
     live += block != nullptr;
+    ++allocations;
     return block;
 }
 
@@ -45,19 +47,32 @@ bool FailingAllocator::Disarm() noexcept
 
 long FailingAllocator::GetLiveBlocks() noexcept { return live; }
 
+long FailingAllocator::GetAllocations() noexcept { return allocations; }
+
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
+// All forms, as the sanitizers would have their own for the rest.
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+    return Refuse() ? nullptr : Count(std::malloc(size ? size : 1));
+}
 void* operator new(size_t size)
 {
-    void* const block = Refuse() ? nullptr : Count(std::malloc(size ? size : 1));
+    void* const block = operator new(size, std::nothrow);
     return block ? block : throw std::bad_alloc();
 }
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return operator new(size, std::nothrow); }
 void operator delete(void* block) noexcept
 {
     live -= block != nullptr;
     std::free(block);
 }
 void operator delete(void* block, size_t) noexcept { operator delete(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { operator delete(block); }
+void operator delete[](void* block) noexcept { operator delete(block); }
+void operator delete[](void* block, size_t) noexcept { operator delete(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { operator delete(block); }
 
 #else
 

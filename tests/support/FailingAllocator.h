@@ -20,4 +20,7 @@ bool Disarm() noexcept;
 /// Blocks of the process that were allocated and not freed, as far as this allocator sees them.
 long GetLiveBlocks() noexcept;
 
+/// Allocations of this thread so far.
+long GetAllocations() noexcept;
+
 }  // namespace FailingAllocator

@@ -120,7 +120,7 @@ std::string Write(const std::string& fileName, const AVPacket& packet)
     if (!file)
         return complaint("open");
     const auto size = static_cast<size_t>(packet.size);
-    const bool written = std::fwrite(packet.data, 1, size, file) == size;
+    const bool written = size == 0 || std::fwrite(packet.data, 1, size, file) == size;
     std::string failure;
     if (!written)
         failure = complaint("write");

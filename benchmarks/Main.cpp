@@ -1,0 +1,194 @@
+// The benchmarks: a table on standard output, and in benchmarks/RESULTS.md.
+//
+//   TessadrinBench [FILTER]          measures the rows whose names have FILTER in them; all are written
+//   TessadrinBench --check [FILTER]  compares with the stored ratios; 1 where one got worse by over 12
+//   percent,
+//                                    best of three
+#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "benchmarks/support/Children.h"
+#include "benchmarks/support/Pairs.h"
+#include "benchmarks/support/Rows.h"
+
+#include <benchmark/benchmark.h>
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Benchmarks {
+namespace {
+
+constexpr int rounds = 41;
+constexpr double tolerance = 1.12;
+
+std::vector<Result> results;
+
+/// One iteration of Google Benchmark is one whole measurement in turns.
+void RunPair(benchmark::State& state, const Pair& pair)
+{
+    for ([[maybe_unused]] auto iteration : state) {
+        const Result result = Measure(pair, pair.times == 1 ? 11 : rounds);
+        state.SetIterationTime(result.seconds);
+        state.counters["ratio"] = result.ratio;
+        results.push_back(result);
+    }
+}
+
+/// Tells each row as it comes; the table is written at the end.
+class LineReporter : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context&) override { return true; }
+    void ReportRuns(const std::vector<Run>&) override
+    {
+        const Result& r = results.back();
+        fmt::print("{:<62} {:>9.4g}  ({:.4g} to {:.4g}){}\n", r.name, r.ratio, r.lowerQuartile,
+                   r.upperQuartile, r.ratio > r.limit ? fmt::format("  over {:.4g}", r.limit) : "");
+        std::fflush(stdout);
+    }
+};
+
+std::string TimeText(double seconds)
+{
+    const std::pair<double, const char*> units[] = {
+        {1e-9, "ns"},
+        {1e-6, "us"},
+        {1e-3, "ms"}
+    };
+    for (const auto& [unit, name] : units)
+        if (seconds < 1000 * unit)
+            return fmt::format("{:.3g} {}", seconds / unit, name);
+    return fmt::format("{:.3g} s", seconds);
+}
+
+std::string Row(const Result& r)
+{
+    std::string counts = fmt::format("{:.3g} and {:.3g} allocations", r.allocations, r.peersAllocations);
+    if (r.allocations == 0 && r.peersAllocations == 0)
+        counts = "";
+    if (r.instructions > 0)
+        counts += fmt::format("{}{:+.0f} instructions on {:.0f}", counts.empty() ? "" : "; ",
+                              r.instructions - r.peersInstructions, r.peersInstructions);
+    const std::string limit = std::isinf(r.limit) ? "" : fmt::format("{:.4g}", r.limit);
+    return fmt::format("| {} | {} | {:.4g} | {:.4g} to {:.4g} | {} | {} | {} |\n", r.name, r.peer, r.ratio,
+                       r.lowerQuartile, r.upperQuartile, limit, TimeText(r.seconds), counts);
+}
+
+/// What happens once in a process: the ratios of 41 of them.
+void MeasureLoad()
+{
+    std::vector<double> ratios, loads, throws;
+    std::vector<double> numbers(6);
+    for (int round = 0; round < rounds; ++round) {
+        std::istringstream text(Run({TESSADRIN_LOAD_CHILD}).output);
+        for (double& number : numbers)
+            text >> number;
+        ratios.push_back(numbers[1] / numbers[0]);
+        loads.push_back(numbers[1]);
+        throws.push_back(numbers[2]);
+    }
+    std::ranges::sort(ratios);
+    Result result{.name = "tables at load", .peer = "process to main() with FFmpeg's five libraries"};
+    result.ratio = ratios[ratios.size() / 2];
+    result.lowerQuartile = ratios[ratios.size() / 4];
+    result.upperQuartile = ratios[ratios.size() * 3 / 4];
+    result.limit = 0.015;
+    result.seconds = Median(loads);
+    result.allocations = numbers[3];
+    results.push_back(result);
+    fmt::print(
+        "{:<62} {:>9.4g}  ({:.4g} to {:.4g}), {:.0f} allocations, {:.0f} bytes, first throw {}, which keeps "
+        "{:.0f} "
+        "bytes\n",
+        result.name, result.ratio, result.lowerQuartile, result.upperQuartile, numbers[3], numbers[4],
+        TimeText(Median(throws)), numbers[5]);
+}
+
+std::string Machine()
+{
+    std::ifstream file("/proc/cpuinfo");
+    std::string model = "unknown processor";
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with("model name"))
+            model = line.substr(line.find(':') + 2);
+    return fmt::format("{}, {} cores, GCC {}, FFmpeg {}", model, std::thread::hardware_concurrency(),
+                       __VERSION__, av_version_info());
+}
+
+void WriteResults()
+{
+    std::ofstream file(TESSADRIN_RESULTS "/RESULTS.md");
+    file << "# Results\n\nWritten by `./dev bench` on: " << Machine()
+         << ".\n\nA ratio is our time on the processor by the peer's, the median of 41 rounds (11 where a "
+            "round reads "
+            "a whole file) in which both work in turns; beside it the quartiles. Below 1 is faster than the "
+            "peer. The "
+            "times are those of one of ours and differ from machine to machine.\n\n"
+            "| What | Peer | Ratio | Quartiles | Wanted | Ours takes | Counts: ours, peer's "
+            "|\n|---|---|---|---|---|---|---|\n";
+    for (const Result& result : results)
+        file << Row(result);
+    std::ofstream ratios(TESSADRIN_RESULTS "/ratios.tsv");
+    for (const Result& result : results)
+        ratios << result.name << '\t' << fmt::format("{:.4g}", result.ratio) << '\n';
+}
+
+int Check(const std::string& filter)
+{
+    std::map<std::string, double> stored;
+    std::ifstream file(TESSADRIN_RESULTS "/ratios.tsv");
+    for (std::string line; std::getline(file, line);)
+        stored[line.substr(0, line.find('\t'))] = std::stod(line.substr(line.find('\t') + 1));
+    int worse = 0;
+    for (const Pair& pair : GetPairs()) {
+        const auto before = stored.find(pair.name);
+        if (before == stored.end() || pair.name.find(filter) == std::string::npos)
+            continue;
+        double best = INFINITY;
+        for (int attempt = 0; attempt < 3 && best > tolerance * before->second; ++attempt)
+            best = std::min(best, Measure(pair, pair.times == 1 ? 5 : rounds).ratio);
+        const bool slower = best > tolerance * before->second;
+        fmt::print("{:<62} {:>9.4g}, was {:.4g}{}\n", pair.name, best, before->second,
+                   slower ? ": SLOWER" : "");
+        std::fflush(stdout);
+        worse += slower;
+    }
+    fmt::print("{} rows got slower by more than {:.0f} percent\n", worse, 100 * (tolerance - 1));
+    return worse ? 1 : 0;
+}
+
+int Main(int argc, char** argv)
+{
+    std::vector<std::string> words(argv + 1, argv + argc);
+    const bool check = !words.empty() && words.front() == "--check";
+    if (check)
+        words.erase(words.begin());
+    const std::string filter = words.empty() ? "" : words.front();
+    for (const auto add : {AddLookups, AddDetection, AddLog, AddPictures, AddReading, AddFailures})
+        add();
+    if (check)
+        return Check(filter);
+    if (std::string("tables at load").find(filter) != std::string::npos)
+        MeasureLoad();
+    for (const Pair& pair : GetPairs())
+        if (pair.name.find(filter) != std::string::npos)
+            benchmark::RegisterBenchmark(pair.name.c_str(),
+                                         [&pair](benchmark::State& state) { RunPair(state, pair); })
+                ->UseManualTime()
+                ->Iterations(1);
+    LineReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (filter.empty())
+        WriteResults();
+    return 0;
+}
+
+}  // namespace
+}  // namespace Benchmarks
+
+int main(int argc, char** argv) { return Benchmarks::Main(argc, argv); }
