@@ -19,7 +19,7 @@
 #include <sstream>
 
 #if defined(__SANITIZE_ADDRESS__)
-extern "C" const char* __lsan_default_suppressions()
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions()
 {
     return "leak:libuchardet";
 }  // see the row of its texts
