@@ -54,8 +54,8 @@ public:
     int64_t GetInt64() const;
 
 private:
-    /// A type of its own: libstdc++ 14 takes a variant of strings and vectors for never valueless, and destroys
-    /// what isn't there when a copy fails for want of memory.
+    /// A type of its own: libstdc++ 14 takes a variant of strings and vectors for never valueless, and
+    /// destroys what isn't there when a copy fails for want of memory.
     struct Children {
         std::vector<Property> list;
     };
