@@ -12,19 +12,20 @@ using namespace Quorva;
 
 namespace {
 
+volatile bool wanted = true;  // or else the compiler would know that nothing returns
+
 [[gnu::noinline]] void Descend(int depth, bool withStack)
 {
-    if (depth > 0) {
+    if (depth > 0)
         Descend(depth - 1, withStack);
-        benchmark::ClobberMemory();  // no tail call
-        return;
-    }
-    if (withStack)
+    else if (wanted && withStack)
         Proc::Details::Throw<Proc::ProcException>("'{}' option is out of range", "threads");
-    boost::throw_exception(boost::enable_error_info(Proc::ProcException())
-                               << TagDescription(fmt::format("'{}' option is out of range", "threads"))
-                               << TagCallStack(std::string()),
-                           BOOST_CURRENT_LOCATION);
+    else if (wanted)
+        boost::throw_exception(boost::enable_error_info(Proc::ProcException())
+                                   << TagDescription(fmt::format("'{}' option is out of range", "threads"))
+                                   << TagCallStack(std::string()),
+                               BOOST_CURRENT_LOCATION);
+    benchmark::ClobberMemory();  // no tail call
 }
 
 Work Throws(bool withStack)

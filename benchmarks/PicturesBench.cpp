@@ -117,8 +117,8 @@ void AddResampling()
     const Conf::SampleInfo in(44100, Conf::SampleFormats::S16, Conf::ChannelLayout::Stereo);
     const Conf::SampleInfo out(48000, Conf::SampleFormats::FLTP, Conf::ChannelLayout::Stereo);
     constexpr int samples = 1024, room = 2048;
-    const boost::intrusive_ptr<IDataAudio> source = MakeRefCounted<Proc::AudioData>(in, samples);
-    const boost::intrusive_ptr<IDataAudio> target = MakeRefCounted<Proc::AudioData>(out, room);
+    const boost::intrusive_ptr<Proc::IDataAudio> source = MakeRefCounted<Proc::AudioData>(in, samples);
+    const boost::intrusive_ptr<Proc::IDataAudio> target = MakeRefCounted<Proc::AudioData>(out, room);
     const auto ours = std::make_shared<Proc::SafeSwrContext>(in, out);
     SwrContext* fresh = nullptr;
     const AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;

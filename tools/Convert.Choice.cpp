@@ -348,8 +348,8 @@ Conf::SampleInfo ChooseSampleInfo(const Proc::SafeEncoderCodec& encoder, const C
         ThrowRefused(fmt::format("encoder {} doesn't take channel layout {}; {} would be the nearest",
                                  encoder.Get()->name, *wanted.name, *NearestLayout(encoder, wanted).name));
     const int rate = options.sampleRate.value_or(source.sampleRate);
-    const int nearest =
-        NearestRate(rates.empty() ? Supported<int>(encoder, AV_CODEC_CONFIG_SAMPLE_RATE) : rates, rate);
+    const std::vector<int> encodersRates = Supported<int>(encoder, AV_CODEC_CONFIG_SAMPLE_RATE);
+    const int nearest = NearestRate(rates.empty() ? encodersRates : rates, rate);
     if (options.sampleRate && nearest != rate)
         ThrowRefused(fmt::format("{} Hz is no sample rate for encoder {} here; {} Hz would be the nearest",
                                  rate, encoder.Get()->name, nearest));
