@@ -63,6 +63,7 @@ std::vector<std::string> Formats(int count)
 
 void AddLog()
 {
+    google::InitGoogleLogging("TessadrinBench");
     FLAGS_stderrthreshold = google::NUM_SEVERITIES;
     for (int severity = 0; severity < google::NUM_SEVERITIES; ++severity)
         google::SetLogDestination(severity, "");

@@ -65,8 +65,7 @@ void SetOptions(Input& input)
     Proc::AVOptSetter setter(scaler.get(), name, input.Flag() ? AV_OPT_SEARCH_CHILDREN : 0);
     Tolerate([&] { setter.Set(input.Number<int>()); });
     Tolerate([&] { setter.Set(input.Number<double>()); });
-    Tolerate(
-        [&] { setter.Set(static_cast<AVPixelFormat>(input.Between(-512, 511))); });  // what the type holds
+    Tolerate([&] { setter.Set(static_cast<AVPixelFormat>(input.Between(-1, AV_PIX_FMT_NB))); });
 }
 
 void Find(Input& input)

@@ -8,11 +8,14 @@
 #include <link.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace Quorva {
 namespace {
@@ -52,8 +55,15 @@ unsigned long long UnloadCount()
     return count;
 }
 
+/// A whole call stack, as programs throw at the same place again and again.
+struct KnownStack {
+    std::vector<void*> frames;
+    std::string text;
+};
+
 struct NameCache {
     std::unordered_map<const void*, std::string> names;
+    std::array<KnownStack, 16> stacks;  ///< the last ones, each at a place that its addresses choose
     unsigned long long unloads = 0;
 };
 
@@ -64,6 +74,14 @@ NameCache& GetCache()
 {
     static NameCache& cache = *new NameCache;
     return cache;
+}
+
+size_t PlaceOf(void* const* first, void* const* end)
+{
+    size_t place = 0;
+    for (; first != end; ++first)
+        place = (place ^ reinterpret_cast<uintptr_t>(*first)) * 0x9e3779b97f4a7c15;
+    return place >> 32;
 }
 
 }  // namespace
@@ -81,13 +99,18 @@ __attribute__((noinline)) std::string GetCallStack()
         return "#0 (no call stack)\n";
 
     const unsigned long long unloads = UnloadCount();
-    std::string text;
     const std::lock_guard lock(cacheMutex);
     NameCache& cache = GetCache();
     if (cache.unloads != unloads) {
         cache.names.clear();
+        cache.stacks = {};
         cache.unloads = unloads;
     }
+    KnownStack& known = cache.stacks[PlaceOf(first, end) % cache.stacks.size()];
+    if (std::ranges::equal(std::ranges::subrange(first, end), known.frames))
+        return known.text;
+
+    std::string text;
     for (void** frame = first; frame != end; ++frame) {
         auto found = cache.names.find(*frame);
         if (found == cache.names.end())
@@ -95,6 +118,8 @@ __attribute__((noinline)) std::string GetCallStack()
         fmt::format_to(std::back_inserter(text), "#{:<3} {:#018x} {}\n", frame - first,
                        reinterpret_cast<uintptr_t>(*frame), found->second);
     }
+    KnownStack fresh{std::vector<void*>(first, end), text};
+    std::swap(known, fresh);
     return text;
 }
 

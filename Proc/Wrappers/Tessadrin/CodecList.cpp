@@ -46,12 +46,14 @@ AVCodecID AVCodecIDFromTextID(const CodecMaps& codecs, const std::string& textId
 CodecMaps::CodecMaps()
     : video(FromRows(Proc::Details::videoRows)),
       audio(FromRows(Proc::Details::audioRows)),
-      subtitle(FromRows(Proc::Details::subtitleRows)),
-      generic(FromRows(Proc::Details::genericRows)),
-      additional(FromRows(Proc::Details::additionalRows))
+      subtitle(FromRows(Proc::Details::subtitleRows))
 {
-    for (const CodecMap* part : {&video, &audio, &subtitle, &generic, &additional})
+    for (const CodecMap* part : {&video, &audio, &subtitle})
         whole.insert(part->begin(), part->end());
+    for (const std::span<const CodecRow> rows :
+         {std::span<const CodecRow>(Proc::Details::genericRows), {Proc::Details::additionalRows}})
+        for (const auto& [id, textId] : rows)
+            whole.emplace(id, *textId);
     byText.reserve(whole.size());
     for (const auto& [id, textId] : whole)
         byText.emplace(textId, id);

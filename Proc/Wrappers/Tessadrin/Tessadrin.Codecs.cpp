@@ -19,13 +19,31 @@ using Details::SelectionRow;
 
 namespace {
 
-std::vector<CodecChoice::Custom> FromRows(std::span<const SelectionRow> rows,
-                                          const AVCodec* (*findByName)(const char*))
+/// Codecs by name, as far as rows name them; null where none has come so far.
+using Named = boost::unordered_flat_map<std::string_view, const AVCodec*>;
+
+Named NamesOf(std::span<const SelectionRow> rows)
+{
+    Named named;
+    named.reserve(rows.size());
+    for (const SelectionRow& row : rows)
+        named.emplace(row.name, nullptr);
+    return named;
+}
+
+/// As avcodec_find_decoder_by_name() and its twin do: the first of that name.
+void AddNamed(Named& named, const AVCodec* codec)
+{
+    if (const auto found = named.find(codec->name); found != named.end() && !found->second)
+        found->second = codec;
+}
+
+std::vector<CodecChoice::Custom> FromRows(std::span<const SelectionRow> rows, const Named& named)
 {
     std::vector<CodecChoice::Custom> custom;
     custom.reserve(rows.size());
     for (const auto& [id, implementation, name] : rows)
-        custom.push_back({id, *implementation, findByName(name)});
+        custom.push_back({id, *implementation, named.at(name)});
     std::ranges::sort(custom, {}, [](const auto& row) { return std::tie(row.id, row.implementation); });
     return custom;
 }
@@ -61,21 +79,28 @@ void WriteSorted(std::ostream& text, std::vector<std::string_view>& names)
 
 }  // namespace
 
-Selection::Selection() : decoders{FromRows(Details::decoderRows, avcodec_find_decoder_by_name), {}}
+Selection::Selection()
 {
     for (const auto& [implementation, format] : Details::hardwareRows)
         hardwareFormats.emplace(*implementation, format);
-    encoders.custom = FromRows(Details::encoderRows, avcodec_find_encoder_by_name);
 
+    // One pass: FFmpeg's own searches would each make one.
+    Named namedDecoders = NamesOf(Details::decoderRows), namedEncoders = NamesOf(Details::encoderRows);
     std::unordered_set<AVCodecID> provisionalDecoders, provisionalEncoders;
     decoders.defaults.reserve(512);
     encoders.defaults.reserve(256);
     for (void* position = nullptr; const AVCodec* codec = av_codec_iterate(&position);) {
-        if (av_codec_is_decoder(codec))
+        if (av_codec_is_decoder(codec)) {
             AddDefault(decoders, provisionalDecoders, codec);
-        if (av_codec_is_encoder(codec))
+            AddNamed(namedDecoders, codec);
+        }
+        if (av_codec_is_encoder(codec)) {
             AddDefault(encoders, provisionalEncoders, codec);
+            AddNamed(namedEncoders, codec);
+        }
     }
+    decoders.custom = FromRows(Details::decoderRows, namedDecoders);
+    encoders.custom = FromRows(Details::encoderRows, namedEncoders);
 }
 
 const AVCodec* CodecChoice::Find(AVCodecID id, const std::string& implementation) const noexcept

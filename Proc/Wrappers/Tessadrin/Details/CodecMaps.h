@@ -2,9 +2,11 @@
 
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include <map>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 
 namespace Quorva::Proc::Details {
 
@@ -15,9 +17,9 @@ struct CodecMaps {
     CodecMaps();
 
     // In the order they are built; the last two are derived from the ones above.
-    CodecMap video, audio, subtitle, generic, additional;
+    CodecMap video, audio, subtitle;
     CodecMap whole;
-    std::unordered_map<std::string, AVCodecID> byText;
+    boost::unordered_flat_map<std::string_view, AVCodecID> byText;  ///< texts of `whole`
 };
 
 }  // namespace Quorva::Proc::Details

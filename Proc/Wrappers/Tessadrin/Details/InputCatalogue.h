@@ -2,6 +2,8 @@
 
 #include "Proc/Wrappers/Tessadrin/Details/Recognisers.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include <span>
 #include <string>
 #include <string_view>
@@ -30,7 +32,7 @@ struct InputCatalogue {
         const std::vector<std::string>& isoMediaFormats = GetKnownISOBaseMediaFileFormats());
 
     /// By demuxer name; both are static text.
-    std::unordered_map<std::string_view, KnownInputFormat> known;
+    boost::unordered_flat_map<std::string_view, KnownInputFormat> known;
     InputMap formats;
 
     /// Null when the pipeline doesn't know the demuxer.

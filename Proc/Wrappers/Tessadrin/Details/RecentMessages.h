@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -19,34 +21,85 @@ public:
     /// @param now  nanoseconds of a clock that never goes back; the caller's, so that a test can turn it
     bool Admit(std::string_view format, int64_t now)
     {
+        const uint64_t key = KeyOf(format);
         const std::lock_guard guard(mutex);
-        bool known = false;
-        auto kept = entries.begin();
-        for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
-            if (now - entry->time > interval)
-                continue;
-            if (entry->format == format) {
-                entry->time = now;
-                known = true;
-            }
-            if (kept != entry)
-                *kept = std::move(*entry);
-            ++kept;
+        // Two plain columns, walked without a branch: the texts are looked at where the keys agree.
+        int64_t oldest = now;
+        bool likely = false;
+        for (size_t i = 0; i < keys.size(); ++i) {
+            oldest = std::min(oldest, times[i]);
+            likely |= keys[i] == key;
         }
-        entries.erase(kept, entries.end());
-        if (!known)
-            entries.push_back({std::string(format), now});
-        return !known;
+        if (now - oldest > interval)
+            Forget(now);
+        if (likely)
+            for (size_t i = 0; i < keys.size(); ++i)
+                if (keys[i] == key && formats[i] == format) {
+                    times[i] = now;
+                    return false;
+                }
+        Append(key, format, now);
+        return true;
     }
 
 private:
-    struct Entry {
-        std::string format;
-        int64_t time;  ///< when it came last
-    };
+    /// Tells texts apart, but not for sure.
+    static uint64_t KeyOf(std::string_view format)
+    {
+        uint64_t key = format.size();
+        const auto add = [&](const char* at, size_t size) {
+            uint64_t word = 0;
+            std::memcpy(&word, at, size);
+            key = (key ^ word) * 0x9e3779b97f4a7c15;
+            key ^= key >> 29;
+        };
+        while (format.size() >= sizeof key) {
+            add(format.data(), sizeof key);
+            format.remove_prefix(sizeof key);
+        }
+        add(format.data(), format.size());
+        return key;
+    }
+
+    /// Those that have been silent for more than the interval; the others stay in their order.
+    void Forget(int64_t now)
+    {
+        size_t kept = 0;
+        for (size_t i = 0; i < keys.size(); ++i) {
+            if (now - times[i] > interval)
+                continue;
+            keys[kept] = keys[i];
+            times[kept] = times[i];
+            if (kept != i)
+                formats[kept] = std::move(formats[i]);
+            ++kept;
+        }
+        keys.resize(kept);
+        times.resize(kept);
+        formats.resize(kept);
+    }
+
+    /// All three or none.
+    void Append(uint64_t key, std::string_view format, int64_t now)
+    {
+        std::string text(format);
+        if (keys.size() == keys.capacity() || keys.size() == times.capacity() ||
+            keys.size() == formats.capacity()) {
+            const size_t room = std::max<size_t>(16, 2 * keys.size());
+            keys.reserve(room);
+            times.reserve(room);
+            formats.reserve(room);
+        }
+        keys.push_back(key);
+        times.push_back(now);
+        formats.push_back(std::move(text));
+    }
 
     std::mutex mutex;
-    std::vector<Entry> entries;
+    // One message has the same place in all three.
+    std::vector<uint64_t> keys;
+    std::vector<int64_t> times;  ///< when it came last
+    std::vector<std::string> formats;
 };
 
 }  // namespace Quorva::Proc::Details

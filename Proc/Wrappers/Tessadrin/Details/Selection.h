@@ -2,6 +2,8 @@
 
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -18,7 +20,7 @@ struct CodecChoice {
     };
 
     std::vector<Custom> custom;  ///< ascending by identifier, then by the implementation's text
-    std::unordered_map<AVCodecID, const AVCodec*> defaults;
+    boost::unordered_flat_map<int, const AVCodec*> defaults;  ///< by AVCodecID
 
     const AVCodec* Find(AVCodecID id, const std::string& implementation) const noexcept;
     std::vector<std::pair<AVCodecID, std::string>> Keys() const;
