@@ -77,7 +77,7 @@ void AddRow(const std::string& name, const Probes& probes, double limit)
                  for (int64_t i = 0; i < times; ++i)
                      for (const auto& probe : probes) {
                          AVProbeData data{};
-                         data.filename = "";
+                         data.filename = probe->fileName.c_str();  // matched with what demuxers claim
                          data.buf = const_cast<uint8_t*>(probe->buffer);
                          data.buf_size = static_cast<int>(probe->size);
                          int score = 0;

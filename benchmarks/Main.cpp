@@ -1,23 +1,26 @@
 // The benchmarks: a table on standard output, and in benchmarks/RESULTS.md.
 //
 //   TessadrinBench [FILTER]          measures the rows whose names have FILTER in them; all are written
+//   TessadrinBench growth            draws docs/growth.svg instead
 //   TessadrinBench --check [FILTER]  compares with the stored ratios; 1 where one got worse by over 12
 //   percent,
 //                                    best of three
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
-#include "benchmarks/support/Children.h"
 #include "benchmarks/support/Pairs.h"
+#include "benchmarks/support/Programs.h"
 #include "benchmarks/support/Rows.h"
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -40,17 +43,18 @@ void RunPair(benchmark::State& state, const Pair& pair)
     }
 }
 
+void Tell(const Result& r)
+{
+    fmt::print("{:<62} {:>9.4g}  ({:.4g} to {:.4g}){}\n", r.name, r.ratio, r.lowerQuartile, r.upperQuartile,
+               r.ratio > r.limit ? fmt::format("  over {:.4g}", r.limit) : "");
+    std::fflush(stdout);
+}
+
 /// Tells each row as it comes; the table is written at the end.
 class LineReporter : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override { return true; }
-    void ReportRuns(const std::vector<Run>&) override
-    {
-        const Result& r = results.back();
-        fmt::print("{:<62} {:>9.4g}  ({:.4g} to {:.4g}){}\n", r.name, r.ratio, r.lowerQuartile,
-                   r.upperQuartile, r.ratio > r.limit ? fmt::format("  over {:.4g}", r.limit) : "");
-        std::fflush(stdout);
-    }
+    void ReportRuns(const std::vector<Run>&) override { Tell(results.back()); }
 };
 
 std::string TimeText(double seconds)
@@ -74,39 +78,11 @@ std::string Row(const Result& r)
     if (r.instructions > 0)
         counts += fmt::format("{}{:+.0f} instructions on {:.0f}", counts.empty() ? "" : "; ",
                               r.instructions - r.peersInstructions, r.peersInstructions);
+    if (!r.remark.empty())
+        counts += (counts.empty() ? "" : "; ") + r.remark;
     const std::string limit = std::isinf(r.limit) ? "" : fmt::format("{:.4g}", r.limit);
     return fmt::format("| {} | {} | {:.4g} | {:.4g} to {:.4g} | {} | {} | {} |\n", r.name, r.peer, r.ratio,
                        r.lowerQuartile, r.upperQuartile, limit, TimeText(r.seconds), counts);
-}
-
-/// What happens once in a process: the ratios of 41 of them.
-void MeasureLoad()
-{
-    std::vector<double> ratios, loads, throws;
-    std::vector<double> numbers(6);
-    for (int round = 0; round < rounds; ++round) {
-        std::istringstream text(Run({TESSADRIN_LOAD_CHILD}).output);
-        for (double& number : numbers)
-            text >> number;
-        ratios.push_back(numbers[1] / numbers[0]);
-        loads.push_back(numbers[1]);
-        throws.push_back(numbers[2]);
-    }
-    std::ranges::sort(ratios);
-    Result result{.name = "tables at load", .peer = "process to main() with FFmpeg's five libraries"};
-    result.ratio = ratios[ratios.size() / 2];
-    result.lowerQuartile = ratios[ratios.size() / 4];
-    result.upperQuartile = ratios[ratios.size() * 3 / 4];
-    result.limit = 0.015;
-    result.seconds = Median(loads);
-    result.allocations = numbers[3];
-    results.push_back(result);
-    fmt::print(
-        "{:<62} {:>9.4g}  ({:.4g} to {:.4g}), {:.0f} allocations, {:.0f} bytes, first throw {}, which keeps "
-        "{:.0f} "
-        "bytes\n",
-        result.name, result.ratio, result.lowerQuartile, result.upperQuartile, numbers[3], numbers[4],
-        TimeText(Median(throws)), numbers[5]);
 }
 
 std::string Machine()
@@ -169,12 +145,24 @@ int Main(int argc, char** argv)
     if (check)
         words.erase(words.begin());
     const std::string filter = words.empty() ? "" : words.front();
+    if (filter == "growth")
+        return DrawGrowth(), 0;
+    const auto wanted = [&](const char* name) {
+        return std::string_view(name).find(filter) != std::string::npos;
+    };
+    const auto keep = [](const std::vector<Result>& more) {
+        std::ranges::for_each(more, Tell);
+        results.insert(results.end(), more.begin(), more.end());
+    };
+    // Programs first: the system counts our memory at the time as theirs.
+    if (!check && wanted("tables at load, first throw"))
+        keep(MeasureLoad());
+    if (!check && wanted("convert: 30 s of 720p mpeg4"))
+        keep(MeasureConvert());
     for (const auto add : {AddLookups, AddDetection, AddLog, AddPictures, AddReading, AddFailures})
         add();
     if (check)
         return Check(filter);
-    if (std::string("tables at load").find(filter) != std::string::npos)
-        MeasureLoad();
     for (const Pair& pair : GetPairs())
         if (pair.name.find(filter) != std::string::npos)
             benchmark::RegisterBenchmark(pair.name.c_str(),

@@ -15,8 +15,8 @@ using Work = std::function<void(int64_t times)>;
 
 /// One row of the table.
 struct Pair {
-    std::string name;
-    std::string peer;
+    std::string name{};
+    std::string peer{};
     Work ours;
     Work peers;
     double limit = std::numeric_limits<double>::infinity();  ///< that the ratio should not exceed
@@ -33,8 +33,8 @@ const std::vector<Pair>& GetPairs();
 
 /// What came out of a row.
 struct Result {
-    std::string name;
-    std::string peer;
+    std::string name{};
+    std::string peer{};
     double ratio = 0;  ///< the median of all rounds
     double lowerQuartile = 0;
     double upperQuartile = 0;
@@ -42,6 +42,7 @@ struct Result {
     double seconds = 0;  ///< ours, once
     double allocations = 0, peersAllocations = 0;
     double instructions = 0, peersInstructions = 0;  ///< 0: not counted
+    std::string remark{};
 };
 
 /// Rounds in turns, each side first in every other one. Time is the thread's time on a processor.
