@@ -163,17 +163,19 @@ int Main(int argc, char** argv)
         add();
     if (check)
         return Check(filter);
+    bool any = false;
     for (const Pair& pair : GetPairs())
-        if (pair.name.find(filter) != std::string::npos)
+        if (wanted(pair.name.c_str()) && (any = true))
             benchmark::RegisterBenchmark(pair.name.c_str(),
                                          [&pair](benchmark::State& state) { RunPair(state, pair); })
                 ->UseManualTime()
                 ->Iterations(1);
     LineReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (any)
+        benchmark::RunSpecifiedBenchmarks(&reporter);
     if (filter.empty())
         WriteResults();
-    return 0;
+    return results.empty() ? 2 : 0;  // 2: no row of that name
 }
 
 }  // namespace

@@ -151,7 +151,7 @@ void AddPictures()
     AddCopy("1080p, contiguous, warm", 1920, 1080, 1920, 1, false, 1.05);
     AddCopy("1080p, padded, warm", 1920, 1080, 2048, 1, true, 1.05);
     AddCopy("4K, contiguous, cold", 3840, 2160, 3840, 24, false, 1.05);
-    AddCopy("4K, contiguous, cold", 3840, 2160, 3840, 24, true, 0.85);
+    AddCopy("4K, contiguous, cold, by rows", 3840, 2160, 3840, 24, true, 0.85);
     AddCopy("4K, padded, cold", 3840, 2160, 4096, 24, true, 1.05);
     AddScaling("720p to 360p", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, 640, 360, 1.05);
     AddScaling("720p to RGB", AV_PIX_FMT_YUV420P, AV_PIX_FMT_BGRA, 1280, 720, 1.05);

@@ -136,15 +136,16 @@ struct Line {
     std::vector<Point> points;
 };
 
-/// A transport stream as long as wanted; damaged, every tenth megabyte is noise.
+/// A transport stream as long as wanted; damaged, every tenth part is noise.
 void WriteStream(const std::string& path, int64_t megabytes, bool damaged)
 {
     static const std::vector<uint8_t> piece = Mux("mpegts", "mpeg2video", 400, 8'000'000);
     std::ofstream file(path, std::ios::binary);
     std::minstd_rand random(1);
-    for (int64_t done = 0; done < megabytes * 1'000'000;) {
+    int64_t done = 0;
+    for (int number = 0; done < megabytes * 1'000'000; ++number) {
         std::vector<uint8_t> bytes = piece;
-        if (damaged && random() % 10 == 0)
+        if (damaged && number % 10 == 5)
             std::ranges::generate(bytes, [&] { return static_cast<uint8_t>(random() >> 8); });
         file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
         done += static_cast<int64_t>(bytes.size());

@@ -4,6 +4,8 @@
 #include "Proc/Wrappers/Tessadrin/Details/Loaded.h"
 #include "Proc/Wrappers/Tessadrin/Details/SelectionRows.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include <algorithm>
 #include <span>
 #include <sstream>
@@ -50,13 +52,23 @@ std::vector<CodecChoice::Custom> FromRows(std::span<const SelectionRow> rows, co
 
 /// FFmpeg's rule where several codecs serve one identifier: the first, but an experimental one that comes
 /// first only holds the place until the next, whatever that is.
-void AddDefault(CodecChoice& choice, std::unordered_set<AVCodecID>& provisional, const AVCodec* codec)
+/// @param all  in FFmpeg's order
+std::vector<std::pair<AVCodecID, const AVCodec*>> DefaultsOf(std::vector<const AVCodec*> all)
 {
-    const auto [place, isFirst] = choice.defaults.try_emplace(codec->id, codec);
-    if (isFirst && (codec->capabilities & AV_CODEC_CAP_EXPERIMENTAL))
-        provisional.insert(codec->id);
-    else if (!isFirst && provisional.erase(codec->id))
-        place->second = codec;
+    std::ranges::stable_sort(all, {}, &AVCodec::id);
+    std::vector<std::pair<AVCodecID, const AVCodec*>> defaults;
+    defaults.reserve(all.size());
+    for (size_t i = 0; i < all.size(); ++i) {
+        const bool isFirst = i == 0 || all[i - 1]->id != all[i]->id;
+        const bool replaces = !isFirst && (i == 1 || all[i - 2]->id != all[i]->id) &&
+                              all[i - 1]->capabilities & AV_CODEC_CAP_EXPERIMENTAL;
+        if (isFirst)
+            defaults.emplace_back(all[i]->id, all[i]);
+        else if (replaces)
+            defaults.back().second = all[i];
+    }
+    defaults.shrink_to_fit();
+    return defaults;
 }
 
 /// Whether one of the codec's device configurations, by whatever method, has this format.
@@ -86,19 +98,21 @@ Selection::Selection()
 
     // One pass: FFmpeg's own searches would each make one.
     Named namedDecoders = NamesOf(Details::decoderRows), namedEncoders = NamesOf(Details::encoderRows);
-    std::unordered_set<AVCodecID> provisionalDecoders, provisionalEncoders;
-    decoders.defaults.reserve(512);
-    encoders.defaults.reserve(256);
+    std::vector<const AVCodec*> allDecoders, allEncoders;
+    allDecoders.reserve(600);
+    allEncoders.reserve(300);
     for (void* position = nullptr; const AVCodec* codec = av_codec_iterate(&position);) {
         if (av_codec_is_decoder(codec)) {
-            AddDefault(decoders, provisionalDecoders, codec);
+            allDecoders.push_back(codec);
             AddNamed(namedDecoders, codec);
         }
         if (av_codec_is_encoder(codec)) {
-            AddDefault(encoders, provisionalEncoders, codec);
+            allEncoders.push_back(codec);
             AddNamed(namedEncoders, codec);
         }
     }
+    decoders.defaults = DefaultsOf(std::move(allDecoders));
+    encoders.defaults = DefaultsOf(std::move(allEncoders));
     decoders.custom = FromRows(Details::decoderRows, namedDecoders);
     encoders.custom = FromRows(Details::encoderRows, namedEncoders);
 }
@@ -109,8 +123,9 @@ const AVCodec* CodecChoice::Find(AVCodecID id, const std::string& implementation
          row != custom.end() && row->id == id; ++row)
         if (row->implementation == implementation)
             return row->codec;
-    const auto found = defaults.find(id);
-    return found == defaults.end() ? nullptr : found->second;
+    const auto found =
+        std::ranges::lower_bound(defaults, id, {}, &std::pair<AVCodecID, const AVCodec*>::first);
+    return found == defaults.end() || found->first != id ? nullptr : found->second;
 }
 
 std::vector<std::pair<AVCodecID, std::string>> CodecChoice::Keys() const

@@ -2,8 +2,6 @@
 
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 
-#include <boost/unordered/unordered_flat_map.hpp>
-
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -20,7 +18,7 @@ struct CodecChoice {
     };
 
     std::vector<Custom> custom;  ///< ascending by identifier, then by the implementation's text
-    boost::unordered_flat_map<int, const AVCodec*> defaults;  ///< by AVCodecID
+    std::vector<std::pair<AVCodecID, const AVCodec*>> defaults;  ///< ascending by identifier
 
     const AVCodec* Find(AVCodecID id, const std::string& implementation) const noexcept;
     std::vector<std::pair<AVCodecID, std::string>> Keys() const;
