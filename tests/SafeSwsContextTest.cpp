@@ -279,6 +279,48 @@ TEST(SafeSwsContext, NarrowChromaIsNoDivisionByZero)
         }
 }
 
+TEST(SafeSwsContext, ThreadsGiveTheSameBytes)
+{
+    constexpr int width = 642, height = 362;
+    const struct {
+        AVPixelFormat from, to;
+        int flags;
+        YCbCrMatrix matrix;
+    } rows[] = {
+        {AV_PIX_FMT_YUV420P,     AV_PIX_FMT_YUV420P, SWS_BICUBIC,                      YCbCrMatrix::Unspecified},
+        {AV_PIX_FMT_YUV420P,     AV_PIX_FMT_BGRA,    SWS_BICUBIC | SWS_ACCURATE_RND,   YCbCrMatrix::BT709      },
+        {AV_PIX_FMT_RGB24,       AV_PIX_FMT_YUV422P, SWS_LANCZOS | SWS_FULL_CHR_H_INP, YCbCrMatrix::BT709      },
+        {AV_PIX_FMT_YUV420P10LE, AV_PIX_FMT_NV12,    SWS_BILINEAR,                     YCbCrMatrix::Unspecified},
+        {AV_PIX_FMT_NV12,        AV_PIX_FMT_NV12,    SWS_BICUBIC,                      YCbCrMatrix::Unspecified}, // copied
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(av_get_pix_fmt_name(row.to));
+        const bool copied = row.from == AV_PIX_FMT_NV12;
+        const int newWidth = copied ? width : 320, newHeight = copied ? height : 500;
+        const Frame source = NewFrame(row.from, width, height);
+        for (int plane = 0; plane < 4 && source->buf[plane]; ++plane)
+            for (size_t i = 0; i < source->buf[plane]->size; ++i)
+                source->buf[plane]->data[i] = static_cast<uint8_t>(i % 251 & 3);
+        const SwsCtxParams params{
+            {width,    height,    row.from, row.matrix},
+            {newWidth, newHeight, row.to,   row.matrix},
+            row.flags
+        };
+        std::vector<uint8_t> pictures[2];
+        for (const int threads : {1, 3}) {
+            const Frame target = NewFrame(row.to, newWidth, newHeight);
+            EXPECT_EQ(SafeSwsContext(params, threads).Scale(*source, *target), newHeight);
+            std::vector<uint8_t>& picture = pictures[threads == 3];
+            picture.resize(static_cast<size_t>(av_image_get_buffer_size(row.to, newWidth, newHeight, 1)));
+            av_image_copy_to_buffer(picture.data(), static_cast<int>(picture.size()), target->data,
+                                    target->linesize, row.to, newWidth, newHeight, 1);
+        }
+        EXPECT_TRUE(pictures[0] == pictures[1]);
+    }
+    AVFrame nothing = {};
+    EXPECT_EQ(SafeSwsContext().Scale(nothing, nothing), AVERROR(EINVAL));
+}
+
 // Raw video can hold any words. FFmpeg looks things up in tables by them, and ends the process.
 TEST(SafeSwsContext, SamplesBeyondTheirDepthAreTheLargest)
 {

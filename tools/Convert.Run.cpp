@@ -171,7 +171,8 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pac
             target->time_base = encoder.Get().time_base;
         }
         if (stream.treatment == Treatment::Video)
-            path = std::make_unique<VideoPath>(stream, std::move(decoder), std::move(encoder), source, frame);
+            path = std::make_unique<VideoPath>(stream, std::move(decoder), std::move(encoder), source, frame,
+                                               options.threads);
         else
             path = std::make_unique<AudioPath>(stream, std::move(decoder), std::move(encoder), source, frame);
     }

@@ -103,7 +103,7 @@ private:
 class VideoPath final : public Path {
 public:
     VideoPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder, const AVStream& source,
-              const TimeFrame& frame);
+              const TimeFrame& frame, int threads);
     void Take(AVPacket& packet) override;
     void Finish() override;
     uint64_t GetDamaged() const override { return decoder.GetDamaged(); }
@@ -121,6 +121,7 @@ private:
     StreamEncoder encoder;
     const AVStream& source;
     const TimeFrame frame;
+    const int threads;  ///< for scaling
     Proc::SafeSwsContext scaler;
     Proc::AVFrameWrapper last;  ///< the picture taken last, where a constant rate may need it again
     int64_t nextTick = AV_NOPTS_VALUE;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace Quorva::Tool {
 
@@ -20,8 +21,13 @@ constexpr double TOLERANCE = 1.1;
 }  // namespace
 
 VideoPath::VideoPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder,
-                     const AVStream& source, const TimeFrame& frame)
-    : plan(plan), decoder(std::move(decoder)), encoder(std::move(encoder)), source(source), frame(frame)
+                     const AVStream& source, const TimeFrame& frame, int threads)
+    : plan(plan),
+      decoder(std::move(decoder)),
+      encoder(std::move(encoder)),
+      source(source),
+      frame(frame),
+      threads(threads ? threads : static_cast<int>(std::max(std::thread::hardware_concurrency(), 1u)))
 {
 }
 
@@ -96,10 +102,10 @@ Proc::FramePtr VideoPath::Convert(AVFrame& decoded)
             ThrowFFmpegFailure("a picture can't be kept", AVERROR(ENOMEM));
     } else {
         if (!scaler || !(scaler.GetParams().src == params.src))
-            scaler = Proc::SafeSwsContext(params);
+            scaler = Proc::SafeSwsContext(params, threads);
         const Proc::VideoData room({target.width, target.height, 0, 1},
                                    Proc::PixelFormatQuorvaFromFFMPEGSafe(target.pix_fmt));
-        const int scaled = scaler.Scale(Proc::SwsSource(decoded), Proc::SwsDestination(room.GetFrame()));
+        const int scaled = scaler.Scale(decoded, *room.GetFrame());
         if (scaled < 0)
             ThrowFFmpegFailure("a picture can't be scaled", scaled);
         result.reset(av_frame_clone(room.GetFrame()));

@@ -240,7 +240,7 @@ const AVFrame& Details::GetAVFrameRef(const AVFrame* frame)
     return *frame;
 }
 
-SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
+SafeSwsContext::SafeSwsContext(const SwsCtxParams& p, int threads)
 {
     SafeSwsContext fresh;
     fresh.params = p;
@@ -275,6 +275,8 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p)
         set("param0", p.params->first);
         set("param1", p.params->second);
     }
+    if (threads != 1)
+        set("threads", threads);
     if (sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0)
         Raise(Exception(p) << TagDescription("Can't init SW Scale context"));
 
@@ -302,6 +304,15 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
 int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const
 {
     return Scale(src, 0, params.src.height, dst);
+}
+
+int SafeSwsContext::Scale(const AVFrame& source, AVFrame& target) const
+{
+    // Of FFmpeg's two calls only the one for frames makes use of threads.
+    if (!context || strayBits)
+        return Scale(SwsSource(source), SwsDestination(target));
+    const int result = sws_scale_frame(context, &target, &source);
+    return result < 0 ? result : params.dst.height;
 }
 
 const int* SafeSwsContext::GetCoefficients(YCbCrMatrix matrix)

@@ -100,7 +100,8 @@ public:
     /// @throws EffectException  the scaler can't read or write one of the formats.
     /// @throws ProcException    the scaler can't be allocated, or refuses an option.
     /// @throws SafeSwsContext::Exception  the scaler can't be initialised; carries the parameters.
-    explicit SafeSwsContext(const SwsCtxParams& params);
+    /// @param threads  for Scale() of whole frames; 0: as many as there are cores
+    explicit SafeSwsContext(const SwsCtxParams& params, int threads = 1);
     SafeSwsContext(SafeSwsContext&& other) noexcept { Swap(other); }
     SafeSwsContext& operator=(SafeSwsContext&& other) noexcept
     {
@@ -126,6 +127,11 @@ public:
     int Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
     /// The whole picture.
     int Scale(const SwsSource& src, const SwsDestination& dst) const;
+
+    /// The whole picture, by as many threads as were asked for; the same bytes as by one.
+    /// @param source, target  of the sizes and formats of the parameters, with reference-counted memory
+    /// @return                rows written; FFmpeg's negative code when the scaler refuses
+    int Scale(const AVFrame& source, AVFrame& target) const;
 
     void Reset() noexcept { SafeSwsContext().Swap(*this); }
     void Swap(SafeSwsContext& other) noexcept

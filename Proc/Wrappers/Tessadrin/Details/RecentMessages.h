@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -21,17 +22,14 @@ public:
     /// @param now  nanoseconds of a clock that never goes back; the caller's, so that a test can turn it
     bool Admit(std::string_view format, int64_t now)
     {
-        const uint64_t key = KeyOf(format);
+        const uint32_t key = KeyOf(format);
         const std::lock_guard guard(mutex);
-        // Two plain columns, walked without a branch: the texts are looked at where the keys agree.
-        int64_t oldest = now;
-        bool likely = false;
-        for (size_t i = 0; i < keys.size(); ++i) {
-            oldest = std::min(oldest, times[i]);
-            likely |= keys[i] == key;
-        }
-        if (now - oldest > interval)
+        if (now - earliest > interval)
             Forget(now);
+        // A plain column, walked without a branch: texts are looked at where the keys agree.
+        bool likely = false;
+        for (const uint32_t other : keys)
+            likely |= other == key;
         if (likely)
             for (size_t i = 0; i < keys.size(); ++i)
                 if (keys[i] == key && formats[i] == format) {
@@ -44,7 +42,7 @@ public:
 
 private:
     /// Tells texts apart, but not for sure.
-    static uint64_t KeyOf(std::string_view format)
+    static uint32_t KeyOf(std::string_view format)
     {
         uint64_t key = format.size();
         const auto add = [&](const char* at, size_t size) {
@@ -58,13 +56,14 @@ private:
             format.remove_prefix(sizeof key);
         }
         add(format.data(), format.size());
-        return key;
+        return static_cast<uint32_t>(key >> 32);
     }
 
     /// Those that have been silent for more than the interval; the others stay in their order.
     void Forget(int64_t now)
     {
         size_t kept = 0;
+        earliest = now;
         for (size_t i = 0; i < keys.size(); ++i) {
             if (now - times[i] > interval)
                 continue;
@@ -72,6 +71,7 @@ private:
             times[kept] = times[i];
             if (kept != i)
                 formats[kept] = std::move(formats[i]);
+            earliest = std::min(earliest, times[i]);
             ++kept;
         }
         keys.resize(kept);
@@ -80,7 +80,7 @@ private:
     }
 
     /// All three or none.
-    void Append(uint64_t key, std::string_view format, int64_t now)
+    void Append(uint32_t key, std::string_view format, int64_t now)
     {
         std::string text(format);
         if (keys.size() == keys.capacity() || keys.size() == times.capacity() ||
@@ -90,6 +90,7 @@ private:
             times.reserve(room);
             formats.reserve(room);
         }
+        earliest = std::min(earliest, now);
         keys.push_back(key);
         times.push_back(now);
         formats.push_back(std::move(text));
@@ -97,9 +98,11 @@ private:
 
     std::mutex mutex;
     // One message has the same place in all three.
-    std::vector<uint64_t> keys;
+    std::vector<uint32_t> keys;
     std::vector<int64_t> times;  ///< when it came last
     std::vector<std::string> formats;
+    int64_t earliest =
+        std::numeric_limits<int64_t>::max();  ///< no entry came before; some may have come since
 };
 
 }  // namespace Quorva::Proc::Details
