@@ -36,7 +36,7 @@ std::vector<Result> results;
 void RunPair(benchmark::State& state, const Pair& pair)
 {
     for ([[maybe_unused]] auto iteration : state) {
-        const Result result = Measure(pair, pair.times == 1 ? 11 : rounds);
+        const Result result = Measure(pair, rounds);
         state.SetIterationTime(result.seconds);
         state.counters["ratio"] = result.ratio;
         results.push_back(result);
@@ -100,9 +100,8 @@ void WriteResults()
 {
     std::ofstream file(TESSADRIN_RESULTS "/RESULTS.md");
     file << "# Results\n\nWritten by `./dev bench` on: " << Machine()
-         << ".\n\nA ratio is our time on the processor by the peer's, the median of 41 rounds (11 where a "
-            "round reads "
-            "a whole file) in which both work in turns; beside it the quartiles. Below 1 is faster than the "
+         << ".\n\nA ratio is our time on the processor by the peer's, the median of 41 rounds "
+            "in which both work in turns; beside it the quartiles. Below 1 is faster than the "
             "peer. The "
             "times are those of one of ours and differ from machine to machine.\n\n"
             "| What | Peer | Ratio | Quartiles | Wanted | Ours takes | Counts: ours, peer's "

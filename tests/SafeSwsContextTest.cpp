@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -153,6 +154,37 @@ TEST(SafeSwsContext, OnlyEqualSemiPlanarSidesAreCopied)
     EXPECT_FALSE(copies(filtered));
     filtered.src.filter = filter.get();
     EXPECT_TRUE(copies(filtered));
+}
+
+// What FFmpeg's scaler would take for a copy: it leaves the chroma as it was.
+TEST(SafeSwsContext, SemiPlanarSidesThatDifferInNameOnlyKeepTheirChroma)
+{
+    const std::unique_ptr<SwsFilter, void (*)(SwsFilter*)> filter(sws_getDefaultFilter(0, 0, 0, 0, 0, 0, 0),
+                                                                  sws_freeFilter);
+    for (const auto format : {AV_PIX_FMT_NV12, AV_PIX_FMT_NV21, AV_PIX_FMT_P010LE, AV_PIX_FMT_P016LE,
+                              AV_PIX_FMT_NV16, AV_PIX_FMT_NV24, AV_PIX_FMT_P210LE, AV_PIX_FMT_P416LE})
+        for (const auto& [from, to] : {
+                 std::pair(YCbCrMatrix::Unspecified, YCbCrMatrix::BT709),
+                 {YCbCrMatrix::BT470BG, YCbCrMatrix::SMPTE170M}
+        })
+            for (SwsFilter* const without : {static_cast<SwsFilter*>(nullptr), filter.get()}) {
+                SCOPED_TRACE(av_get_pix_fmt_name(format));
+                const Frame source = NewFrame(format, 32, 16), target = NewFrame(format, 32, 16);
+                for (const auto& [frame, value] : {
+                         std::pair(&source, 0x40), {&target, 0x99}
+                })
+                    std::memset((*frame)->buf[0]->data, value,
+                                (*frame)->buf[0]->size);  // all planes are in it
+                const SwsCtxParams params{
+                    {32, 16, format, from, without},
+                    {32, 16, format, to}
+                };
+                EXPECT_EQ(SafeSwsContext(params).Scale(SwsSource(source), SwsDestination(target)), 16);
+                for (int plane = 0; plane < 2; ++plane)
+                    for (int x = 0; x < 32; ++x)
+                        ASSERT_EQ(target->data[plane][target->linesize[plane] * 7 + x], 0x40)
+                            << plane << ", " << x;
+            }
 }
 
 TEST(SafeSwsContext, FlagsAndParametersReachTheScaler)

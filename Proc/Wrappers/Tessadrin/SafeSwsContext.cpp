@@ -13,6 +13,8 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace Quorva::Proc {
@@ -123,6 +125,29 @@ int GetSafeFlags(const SwsCtxParams& p)
     return fast && AV_CEIL_RSHIFT(p.dst.width, descriptor->log2_chroma_w) == 2
                ? p.flags ^ (SWS_FAST_BILINEAR | SWS_BILINEAR)
                : p.flags;
+}
+
+bool HasEffect(const SwsFilter* filter)
+{
+    return filter &&
+           std::ranges::any_of(std::array{filter->lumH, filter->lumV, filter->chrH, filter->chrV},
+                               [](const SwsVector* vector) { return vector && vector->length > 1; });
+}
+
+bool ChangesColours(const SwsCtxParams& p)
+{
+    if (p.src.matrix == YCbCrMatrix::Unspecified || p.dst.matrix == YCbCrMatrix::Unspecified)
+        return false;  // the scaler's own, on both sides
+    return !std::ranges::equal(std::span(SafeSwsContext::GetCoefficients(p.src.matrix), 4),
+                               std::span(SafeSwsContext::GetCoefficients(p.dst.matrix), 4));
+}
+
+/// Whether all that FFmpeg would do is copy semi-planar pictures: it leaves their chroma unwritten then.
+bool IsPlainCopy(const SwsCtxParams& p, const AVPixFmtDescriptor& descriptor)
+{
+    return p.src.width == p.dst.width && p.src.height == p.dst.height && p.src.format == p.dst.format &&
+           IsSemiPlanar(descriptor) && !HasEffect(p.src.filter) && !HasEffect(p.dst.filter) &&
+           !ChangesColours(p);
 }
 
 /// v / 2^shift, rounded up.
@@ -282,7 +307,10 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p, int threads)
 
     if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified)
         ReplaceTables(fresh.context, GetCoefficients(p.src.matrix), GetCoefficients(p.dst.matrix));
-    if (av_pix_fmt_desc_get(p.dst.format)->flags & AV_PIX_FMT_FLAG_RGB)
+    const AVPixFmtDescriptor& target = *GetPixelFormatDescription(p.dst.format);
+    if (IsPlainCopy(p, target))
+        fresh.unwritten = &target;
+    if (target.flags & AV_PIX_FMT_FLAG_RGB)
         fresh.strayBits = GetStrayBits(p.src.format);
     Swap(fresh);
 }
@@ -298,7 +326,10 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
     const auto scale = [&](const SwsSource& source) {
         return sws_scale(context, source.data, source.linesize, sliceY, sliceH, dst.data, dst.linesize);
     };
-    return strayBits ? scale(CleanSlice(params.src, strayBits, src, sliceH).Get()) : scale(src);
+    const int rows = strayBits ? scale(CleanSlice(params.src, strayBits, src, sliceH).Get()) : scale(src);
+    if (unwritten && rows > 0)
+        CopyPlanes(*unwritten, params.src.width, params.dst.height, src, sliceY, sliceH, dst);
+    return rows;
 }
 
 int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const
@@ -309,7 +340,7 @@ int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const
 int SafeSwsContext::Scale(const AVFrame& source, AVFrame& target) const
 {
     // Of FFmpeg's two calls only the one for frames makes use of threads.
-    if (!context || strayBits)
+    if (!context || strayBits || unwritten)
         return Scale(SwsSource(source), SwsDestination(target));
     const int result = sws_scale_frame(context, &target, &source);
     return result < 0 ? result : params.dst.height;

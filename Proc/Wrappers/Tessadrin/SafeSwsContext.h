@@ -138,6 +138,7 @@ public:
     {
         std::swap(params, other.params);
         std::swap(copyDescriptor, other.copyDescriptor);
+        std::swap(unwritten, other.unwritten);
         std::swap(strayBits, other.strayBits);
         std::swap(context, other.context);
     }
@@ -150,6 +151,8 @@ public:
 private:
     SwsCtxParams params;
     const AVPixFmtDescriptor* copyDescriptor = nullptr;  ///< FFmpeg's, static; set where planes are copied
+    const AVPixFmtDescriptor* unwritten =
+        nullptr;             ///< likewise; set where the scaler copies all but the chroma
     uint16_t strayBits = 0;  ///< that no sample of the source may have, as the words lie in memory; 0: any
     SwsContext* context = nullptr;  ///< owned
 };

@@ -26,16 +26,11 @@ public:
         const std::lock_guard guard(mutex);
         if (now - earliest > interval)
             Forget(now);
-        // A plain column, walked without a branch: texts are looked at where the keys agree.
-        bool likely = false;
-        for (const uint32_t other : keys)
-            likely |= other == key;
-        if (likely)
-            for (size_t i = 0; i < keys.size(); ++i)
-                if (keys[i] == key && formats[i] == format) {
-                    times[i] = now;
-                    return false;
-                }
+        for (size_t i = Find(key, 0); i < keys.size(); i = Find(key, i + 1))
+            if (formats[i] == format) {
+                times[i] = now;
+                return false;
+            }
         Append(key, format, now);
         return true;
     }
@@ -57,6 +52,21 @@ private:
         }
         add(format.data(), format.size());
         return static_cast<uint32_t>(key >> 32);
+    }
+
+    /// The place of the next such key; the end when there is none.
+    size_t Find(uint32_t key, size_t from) const
+    {
+        constexpr size_t block = 16;  // walked without a branch, several at a time
+        for (; from + block <= keys.size(); from += block) {
+            bool any = false;
+            for (size_t i = 0; i < block; ++i)
+                any |= keys[from + i] == key;
+            if (any)
+                break;
+        }
+        return static_cast<size_t>(std::find(keys.begin() + static_cast<ptrdiff_t>(from), keys.end(), key) -
+                                   keys.begin());
     }
 
     /// Those that have been silent for more than the interval; the others stay in their order.
