@@ -129,6 +129,7 @@ Work ReadPackets(const std::vector<uint8_t>& bytes, Function function)
 {
     const auto file = std::make_shared<Opened>(bytes);
     return [=](int64_t times) {
+        av_seek_frame(file->context.get(), -1, 0, AVSEEK_FLAG_BYTE);  // the same packets each time
         for (int64_t i = 0; i < times; ++i) {
             if (function(file->context.get(), file->packet.get()) < 0)
                 av_seek_frame(file->context.get(), -1, 0, AVSEEK_FLAG_BYTE);

@@ -27,10 +27,10 @@ CodecMap FromRows(std::span<const CodecRow> rows)
 
 const std::string& AVCodecIDToTextID(const CodecMaps& codecs, AVCodecID id)
 {
-    const auto found = codecs.whole.find(id);
-    if (found == codecs.whole.end())
+    const auto found = codecs.byId.find(id);
+    if (found == codecs.byId.end())
         Throw<Conf::FormatException>("Provided codec id ({}) is not found in list", static_cast<int>(id));
-    return found->second;
+    return *found->second;
 }
 
 AVCodecID AVCodecIDFromTextID(const CodecMaps& codecs, const std::string& textId)
@@ -54,9 +54,12 @@ CodecMaps::CodecMaps()
          {std::span<const CodecRow>(Proc::Details::genericRows), {Proc::Details::additionalRows}})
         for (const auto& [id, textId] : rows)
             whole.emplace(id, *textId);
+    byId.reserve(whole.size());
     byText.reserve(whole.size());
-    for (const auto& [id, textId] : whole)
+    for (const auto& [id, textId] : whole) {
+        byId.emplace(id, &textId);
         byText.emplace(textId, id);
+    }
 }
 
 const CodecMap& GetFFAudioCodecsMap() { return GetLoaded().codecs.audio; }

@@ -16,9 +16,10 @@ using CodecMap = std::map<AVCodecID, std::string>;
 struct CodecMaps {
     CodecMaps();
 
-    // In the order they are built; the last two are derived from the ones above.
+    // In the order they are built; the last three are derived from the ones above.
     CodecMap video, audio, subtitle;
     CodecMap whole;
+    boost::unordered_flat_map<int, const std::string*> byId;        ///< the same, to be found at once
     boost::unordered_flat_map<std::string_view, AVCodecID> byText;  ///< texts of `whole`
 };
 
