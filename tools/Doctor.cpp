@@ -88,27 +88,18 @@ Names GetHardware()
     return names;
 }
 
-/// Each part of the load sequence, built and dropped again.
-std::optional<std::string> FindLoadFailure()
-{
-    using namespace Proc::Details;
-    try {
-        const Loaded loaded;
-        return std::nullopt;
-    } catch (...) {
-        return DescribeLoadFailure();
-    }
-}
-
 Diagnosis Diagnose()
 {
     using namespace Proc::Details;
-    Diagnosis diagnosis{GetVersions(), FindLoadFailure(), {}, {}, {}, {}, GetHardware()};
+    Diagnosis diagnosis{GetVersions(), {}, {}, {}, {}, {}, GetHardware()};
     diagnosis.decoders = LackingCodecs(decoderRows, avcodec_find_decoder_by_name);
     diagnosis.encoders = LackingCodecs(encoderRows, avcodec_find_encoder_by_name);
-    if (!diagnosis.failure) {
-        diagnosis.demuxers = LackingFormats(InputCatalogue().known, AllDemuxers());
-        diagnosis.muxers = LackingFormats(OutputCatalogue().known, AllMuxers());
+    try {
+        const Loaded loaded;  // the whole load sequence, dropped again
+        diagnosis.demuxers = LackingFormats(loaded.inputs.known, AllDemuxers());
+        diagnosis.muxers = LackingFormats(loaded.outputs.known, AllMuxers());
+    } catch (...) {
+        diagnosis.failure = DescribeLoadFailure();
     }
     return diagnosis;
 }

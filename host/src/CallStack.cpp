@@ -14,7 +14,6 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace Quorva {
@@ -118,8 +117,7 @@ __attribute__((noinline)) std::string GetCallStack()
         fmt::format_to(std::back_inserter(text), "#{:<3} {:#018x} {}\n", frame - first,
                        reinterpret_cast<uintptr_t>(*frame), found->second);
     }
-    KnownStack fresh{std::vector<void*>(first, end), text};
-    std::swap(known, fresh);
+    known = KnownStack{std::vector<void*>(first, end), text};
     return text;
 }
 
