@@ -55,7 +55,7 @@ std::vector<Result> MeasureLoad()
 
 std::vector<Result> MeasureConvert()
 {
-    constexpr int rounds = 5;
+    constexpr int rounds = 41;
     const TemporaryFolder folder;
     const std::string film = folder.At("film.mp4"), ours = folder.At("ours.mp4"),
                       peers = folder.At("peers.mp4");

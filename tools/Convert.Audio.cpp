@@ -45,13 +45,10 @@ void** Planes(const AVFrame& frame) { return reinterpret_cast<void**>(frame.exte
 
 }  // namespace
 
-AudioPath::AudioPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder,
-                     const AVStream& source, const TimeFrame& frame)
-    : plan(plan),
-      decoder(std::move(decoder)),
-      encoder(std::move(encoder)),
-      source(source),
-      frame(frame),
+AudioStage::AudioStage(const StreamPlan& plan, StreamEncoder encoder, const AVStream& source,
+                       const TimeFrame& frame)
+    : FrameStage(std::move(encoder), source, frame),
+      plan(plan),
       fifo(av_audio_fifo_alloc(this->encoder.Get().sample_fmt, this->encoder.Get().ch_layout.nb_channels,
                                PIECE))
 {
@@ -59,14 +56,8 @@ AudioPath::AudioPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncode
         ThrowNoMemory(PIECE);
 }
 
-void AudioPath::Take(AVPacket& packet)
+void AudioStage::Finish()
 {
-    decoder.Decode(&packet, [this](AVFrame& decoded) { TakeFrame(decoded); });
-}
-
-void AudioPath::Finish()
-{
-    decoder.Decode(nullptr, [this](AVFrame& decoded) { TakeFrame(decoded); });
     if (resampler)
         Convert(nullptr);
     const AVCodecContext& target = encoder.Get();
@@ -78,7 +69,7 @@ void AudioPath::Finish()
     encoder.Encode(nullptr);
 }
 
-void AudioPath::TakeFrame(AVFrame& decoded)
+void AudioStage::Take(AVFrame& decoded)
 {
     if (done || decoded.nb_samples <= 0)
         return;
@@ -92,7 +83,7 @@ void AudioPath::TakeFrame(AVFrame& decoded)
             resampler.Init(info, plan.audio->sampleInfo);
     }
     if (decoded.best_effort_timestamp != AV_NOPTS_VALUE)
-        Place(frame.FromInput(decoded.best_effort_timestamp, source.time_base));
+        Place(frame.FromInput(decoded.best_effort_timestamp, timeBase));
     else if (received == AV_NOPTS_VALUE)
         Place(0);
     if (resampler)
@@ -103,7 +94,7 @@ void AudioPath::TakeFrame(AVFrame& decoded)
 }
 
 /// Finds the place of the samples that come next, and fills a hole before it.
-void AudioPath::Place(int64_t time)
+void AudioStage::Place(int64_t time)
 {
     const int rate = plan.audio->sampleInfo.sampleRate;
     const int64_t place = Proc::AvRescale(time, rate, AV_TIME_BASE);
@@ -117,7 +108,7 @@ void AudioPath::Place(int64_t time)
         Silence(hole);
 }
 
-void AudioPath::Convert(const boost::intrusive_ptr<Proc::AudioData>& samples)
+void AudioStage::Convert(const boost::intrusive_ptr<Proc::AudioData>& samples)
 {
     const Conf::SampleInfo& to = plan.audio->sampleInfo;
     bool first = true;
@@ -136,7 +127,7 @@ void AudioPath::Convert(const boost::intrusive_ptr<Proc::AudioData>& samples)
 }
 
 /// Puts samples behind those that wait for the encoder, without what lies outside of the output.
-void AudioPath::Keep(AVFrame& samples)
+void AudioStage::Keep(AVFrame& samples)
 {
     int64_t begin = 0;
     int64_t count = samples.nb_samples;
@@ -167,7 +158,7 @@ void AudioPath::Keep(AVFrame& samples)
         ThrowNoMemory(static_cast<uint64_t>(wanted));
 }
 
-void AudioPath::Silence(int64_t samples)
+void AudioStage::Silence(int64_t samples)
 {
     while (samples > 0 && !done) {
         const int count = static_cast<int>(std::min(samples, PIECE));
@@ -182,7 +173,7 @@ void AudioPath::Silence(int64_t samples)
     }
 }
 
-void AudioPath::Encode(bool all)
+void AudioStage::Encode(bool all)
 {
     AVCodecContext& target = encoder.Get();
     const bool anySize =

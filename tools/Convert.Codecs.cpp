@@ -18,12 +18,13 @@ int64_t TimeFrame::FromInput(int64_t timestamp, AVRational timeBase) const
     return time == AV_NOPTS_VALUE ? time : time - origin;
 }
 
-CopyPath::CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne)
+CopyStage::CopyStage(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream,
+                     bool onlyOne)
     : source(source), frame(frame), sink(sink), stream(stream), onlyOne(onlyOne)
 {
 }
 
-void CopyPath::Take(AVPacket& packet)
+void CopyStage::Take(AVPacket& packet)
 {
     if (source.disposition & AV_DISPOSITION_ATTACHED_PIC) {
         packet.pts = packet.dts = 0;
@@ -58,7 +59,7 @@ void CopyPath::Take(AVPacket& packet)
     Send(packet);
 }
 
-void CopyPath::Send(AVPacket& packet)
+void CopyStage::Send(AVPacket& packet)
 {
     const int64_t origin = Proc::global_to_stream(frame.origin, source.time_base);
     // Some containers stamp only one packet of several.

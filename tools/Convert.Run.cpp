@@ -2,8 +2,8 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Output.h"
+#include "tools/Convert.Pipeline.h"
 #include "tools/Convert.Progress.h"
-#include "tools/Convert.Stages.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
@@ -29,6 +29,8 @@ using Treatment = StreamPlan::Treatment;
 
 /// Decoders of sound need a little before the beginning.
 constexpr int64_t LEAD = 200'000;  // microseconds
+/// Packets of the input that may be read while the first one is at work.
+constexpr size_t AHEAD = 64;
 
 /// A folder for an encoder's notes, gone with the object.
 class TemporaryFolder {
@@ -67,6 +69,20 @@ public:
     bool Run();
 
 private:
+    /// What goes through the input once.
+    struct Pass {
+        std::optional<Output> output;  ///< none in a first pass of two
+        NoSink nowhere;
+        Steps steps;
+        std::vector<std::unique_ptr<Path>> owned;  ///< null for streams that take no part
+        std::map<int, Path*> paths;                ///< by input stream
+        std::set<int> awaited;                     ///< input streams whose end is the end
+
+        PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
+        bool Write(size_t ahead);
+        void Finish();
+    };
+
     void Tell(const std::string& line) const
     {
         if (!quiet)
@@ -74,12 +90,15 @@ private:
     }
     void Announce() const;
     void Sum(const ConvertProgress& progress) const;
+    void Open(Pass& pass, OpenedInput& input, int number);
     /// @return false when somebody stopped it
-    bool RunPass(OpenedInput& input, int pass, ConvertProgress& progress);
-    std::unique_ptr<Path> MakePath(OpenedInput& input, size_t index, PacketSink& sink, int pass);
+    bool RunPass(OpenedInput& input, int number, ConvertProgress& progress);
+    std::unique_ptr<Path> MakePath(OpenedInput& input, size_t index, Pass& pass, int number);
+    std::unique_ptr<FrameStage> MakeStage(const AVStream& source, size_t index, PacketSink& sink,
+                                          AVStream* target, EncoderSetting setting);
+    TimeFrame GetTimeFrame() const { return {plan.origin, plan.end, options.start.value_or(0) > 0}; }
     void Prepare(OpenedInput& input) const;
-    bool Transport(OpenedInput& input, std::map<int, Path*>& paths, Output* output,
-                   ConvertProgress& progress);
+    bool Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress);
     EncoderSetting SettingFor(size_t index, int pass) const;
     std::optional<int64_t> ExpectedDuration(const OpenedInput& input) const;
 
@@ -144,110 +163,147 @@ void Conversion::Prepare(OpenedInput& input) const
     avformat_seek_file(input.Get(), -1, INT64_MIN, target, target, 0);
 }
 
-std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, PacketSink& sink, int pass)
+/// @param target  of the output, gets to know what the encoder gives; null in a first pass
+std::unique_ptr<FrameStage> Conversion::MakeStage(const AVStream& source, size_t index, PacketSink& sink,
+                                                  AVStream* target, EncoderSetting setting)
+{
+    const StreamPlan& stream = plan.streams[index];
+    std::vector<std::string> remarks;
+    StreamEncoder encoder(OpenEncoder(stream, source, setting, remarks), sink, target ? target->index : 0);
+    for (const std::string& remark : remarks)
+        if (told.insert(remark).second)
+            Tell(remark);
+    if (target) {
+        if (const int result = avcodec_parameters_from_context(target->codecpar, &encoder.Get()); result < 0)
+            ThrowFFmpegFailure("a stream can't be described", result);
+        target->time_base = encoder.Get().time_base;
+    }
+    if (stream.treatment == Treatment::Video)
+        return std::make_unique<VideoStage>(stream, std::move(encoder), source, GetTimeFrame(),
+                                            options.threads);
+    return std::make_unique<AudioStage>(stream, std::move(encoder), source, GetTimeFrame());
+}
+
+std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pass& pass, int number)
 {
     const StreamPlan& stream = plan.streams[index];
     const AVStream& source = *input->streams[stream.input];
-    const TimeFrame frame{plan.origin, plan.end, options.start.value_or(0) > 0};
-    auto* const output = dynamic_cast<Output*>(&sink);
-    AVStream* const target = output ? &output->AddStream() : nullptr;
-    const int number = target ? target->index : 0;
+    AVStream* const target = pass.output ? &pass.output->AddStream() : nullptr;
+    auto sink = std::make_unique<StepSink>(pass.steps);
     std::unique_ptr<Path> path;
     if (stream.treatment == Treatment::Copy) {
-        path = std::make_unique<CopyPath>(source, frame, sink, number, plan.oneImage);
+        CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
+        path = std::make_unique<CopyPath>(pass.steps, std::move(sink), std::move(stage));
     } else if (stream.treatment != Treatment::Attach) {
-        EncoderSetting setting = SettingFor(index, pass);
-        setting.globalHeader = output && output->WantsGlobalHeaders();
-        std::vector<std::string> remarks;
+        EncoderSetting setting = SettingFor(index, number);
+        setting.globalHeader = pass.output && pass.output->WantsGlobalHeaders();
         StreamDecoder decoder(stream.decoder, source, options.threads, options.decoderImplementation);
-        StreamEncoder encoder(OpenEncoder(stream, source, setting, remarks), sink, number);
-        for (const std::string& remark : remarks)
-            if (told.insert(remark).second)
-                Tell(remark);
-        if (target) {
-            if (const int result = avcodec_parameters_from_context(target->codecpar, &encoder.Get());
-                result < 0)
-                ThrowFFmpegFailure("a stream can't be described", result);
-            target->time_base = encoder.Get().time_base;
-        }
-        if (stream.treatment == Treatment::Video)
-            path = std::make_unique<VideoPath>(stream, std::move(decoder), std::move(encoder), source, frame,
-                                               options.threads);
-        else
-            path = std::make_unique<AudioPath>(stream, std::move(decoder), std::move(encoder), source, frame);
+        auto stage = MakeStage(source, index, *sink, target, std::move(setting));
+        path = std::make_unique<CodedPath>(pass.steps, std::move(sink), std::move(decoder), std::move(stage));
     }
     if (target)
         DescribeStream(*target, source, stream, *plan.muxer);
     return path;
 }
 
-bool Conversion::Transport(OpenedInput& input, std::map<int, Path*>& paths, Output* output,
-                           ConvertProgress& progress)
+/// Writes what has come so far, and waits until no more than `ahead` packets of the input are at work.
+///
+/// @return whether nothing more is wanted. What was read ahead behind that point is dropped.
+bool Conversion::Pass::Write(size_t ahead)
 {
-    // Subtitles and covers come too seldom to tell the end by.
-    const auto isAwaited = [&](const auto& entry) {
-        const AVStream& stream = *input->streams[entry.first];
-        return stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE &&
-               !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC);
-    };
-    const bool anyAwaited = std::ranges::any_of(paths, isAwaited);
+    while (steps.GetCount() > 0) {
+        const bool wait = steps.GetCount() > ahead;
+        if (!steps.WriteFirst(GetSink(), wait) && !wait)
+            return false;
+        if (std::ranges::includes(steps.GetDone(), awaited)) {
+            while (steps.GetCount() > 0)
+                steps.WriteFirst(nowhere, true);
+            return true;
+        }
+    }
+    return false;
+}
+
+void Conversion::Pass::Finish()
+{
+    for (const auto& path : owned)
+        if (path)
+            path->Finish(steps.Begin(0));
+    while (steps.GetCount() > 0)
+        steps.WriteFirst(GetSink(), true);
+}
+
+bool Conversion::Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress)
+{
     const PacketPointer packet(Proc::CreatePacket(0));
     while (!Interruption::IsWanted()) {
         try {
-            if (!input.ReadPacket(packet.get()))
+            if (!input.ReadPacket(packet.get())) {
+                pass.Write(0);
                 return true;
+            }
         } catch (...) {
-            readFailure = std::current_exception();
+            const std::exception_ptr failure = std::current_exception();
+            if (!pass.Write(0))
+                readFailure = failure;
             return true;
         }
-        if (const auto path = paths.find(packet->stream_index);
-            path != paths.end() && !path->second->IsDone()) {
+        if (const auto path = pass.paths.find(packet->stream_index); path != pass.paths.end()) {
             // A first pass writes nothing: its position is the input's.
             const int64_t read =
                 Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
-            path->second->Take(*packet);
-            progress.Update(output                   ? output->GetPosition()
+            if (!path->second->IsDone())
+                path->second->Take(*packet, pass.steps.Begin(path->first));
+            if (pass.Write(AHEAD))
+                return true;
+            progress.Update(pass.output              ? pass.output->GetPosition()
                             : read == AV_NOPTS_VALUE ? 0
                                                      : read - plan.origin,
-                            output ? output->GetBytes() : 0);
-            if (path->second->IsDone() && std::ranges::all_of(paths, [&](const auto& entry) {
-                    return entry.second->IsDone() || (anyAwaited && !isAwaited(entry));
-                }))
-                return true;
+                            pass.output ? pass.output->GetBytes() : 0);
         }
         av_packet_unref(packet.get());
     }
     return false;
 }
 
-bool Conversion::RunPass(OpenedInput& input, int pass, ConvertProgress& progress)
+void Conversion::Open(Pass& pass, OpenedInput& input, int number)
+{
+    if (number != 1)
+        pass.output.emplace(plan, options, files);
+    pass.owned.resize(plan.streams.size());
+    for (size_t i = 0; i < plan.streams.size(); ++i) {
+        if (number == 1 && !plan.streams[i].twoPass)
+            continue;
+        pass.owned[i] = MakePath(input, i, pass, number);
+        if (pass.owned[i])
+            pass.paths.emplace(plan.streams[i].input, pass.owned[i].get());
+    }
+    for (const auto& [index, path] : pass.paths) {
+        // Subtitles and covers come too seldom to tell the end by.
+        const AVStream& stream = *input->streams[index];
+        if (stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE &&
+            !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC))
+            pass.awaited.insert(index);
+    }
+    if (pass.awaited.empty())
+        for (const auto& [index, path] : pass.paths)
+            pass.awaited.insert(index);
+    if (pass.output) {
+        DescribeFile(*pass.output->operator->(), *input.Get(), plan);
+        pass.output->Begin();
+    }
+}
+
+bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progress)
 {
     Prepare(input);
-    NoSink nowhere;
-    std::optional<Output> output;
-    if (pass != 1)
-        output.emplace(plan, options, files);
-    PacketSink& sink = output ? static_cast<PacketSink&>(*output) : nowhere;
-    std::vector<std::unique_ptr<Path>> owned(plan.streams.size());
-    std::map<int, Path*> paths;
-    for (size_t i = 0; i < plan.streams.size(); ++i) {
-        if (pass == 1 && !plan.streams[i].twoPass)
-            continue;
-        owned[i] = MakePath(input, i, sink, pass);
-        if (owned[i])
-            paths.emplace(plan.streams[i].input, owned[i].get());
-    }
-    if (output) {
-        DescribeFile(*output->operator->(), *input.Get(), plan);
-        output->Begin();
-    }
-    const bool complete = Transport(input, paths, output ? &*output : nullptr, progress);
-    if (!complete && pass == 1)
+    Pass pass;
+    Open(pass, input, number);
+    const bool complete = Transport(input, pass, progress);
+    if (!complete && number == 1)
         return false;
-    for (const auto& path : owned)
-        if (path)
-            path->Finish();
-    if (output) {
+    pass.Finish();
+    if (Output* const output = pass.output ? &*pass.output : nullptr) {
         if (readFailure && output->IsEmpty())
             std::rethrow_exception(readFailure);  // which is why
         output->Finish();
@@ -255,11 +311,11 @@ bool Conversion::RunPass(OpenedInput& input, int pass, ConvertProgress& progress
         position = output->GetPosition();
         bytes = output->GetBytes();
     }
-    for (size_t i = 0; i < owned.size(); ++i) {
-        if (pass == 1 && owned[i])
-            passStats[i] = static_cast<VideoPath&>(*owned[i]).GetEncoder().GetStats();
-        if (pass != 1 && owned[i])
-            damaged[plan.streams[i].input] = owned[i]->GetDamaged();
+    for (size_t i = 0; i < pass.owned.size(); ++i) {
+        if (number == 1 && pass.owned[i])
+            passStats[i] = pass.owned[i]->GetStats();
+        if (number != 1 && pass.owned[i])
+            damaged[plan.streams[i].input] = pass.owned[i]->GetDamaged();
     }
     return complete;
 }

@@ -1,6 +1,6 @@
 /// @file
 /// The stages of a conversion. Packets go from the input into one path for each stream, and from there to a
-/// sink. One thread; FFmpeg's own threads decode and encode.
+/// sink.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/SafeSwrContext.h"
@@ -12,8 +12,8 @@
 #include "tools/Convert.h"
 #include "tools/support/StreamDecoder.h"
 
+#include <atomic>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -44,30 +44,15 @@ struct TimeFrame {
     int64_t FromInput(int64_t timestamp, AVRational timeBase) const;
 };
 
-/// The way of one stream's packets.
-class Path {
-public:
-    virtual ~Path() = default;
-    /// @param packet  may be emptied
-    virtual void Take(AVPacket& packet) = 0;
-    /// Hands on everything that is still held.
-    virtual void Finish() = 0;
-    /// Whether nothing more is wanted.
-    bool IsDone() const { return done; }
-    /// Packets that the decoder made nothing of.
-    virtual uint64_t GetDamaged() const { return 0; }
-
-protected:
-    bool done = false;
-};
-
 /// Packets as they are, but for their times.
-class CopyPath final : public Path {
+class CopyStage {
 public:
     /// @param onlyOne  the first packet is all
-    CopyPath(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne);
-    void Take(AVPacket& packet) override;
-    void Finish() override {}
+    CopyStage(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne);
+    /// @param packet  emptied, or left to the caller
+    void Take(AVPacket& packet);
+    /// Whether nothing more is wanted.
+    bool IsDone() const { return done; }
 
 private:
     void Send(AVPacket& packet);
@@ -80,6 +65,7 @@ private:
     int64_t nextDts = AV_NOPTS_VALUE;   ///< for packets without time stamps
     std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
     bool begun = false;
+    bool done = false;
 };
 
 /// An opened encoder and where its packets go.
@@ -99,29 +85,49 @@ private:
     std::string stats;  ///< of a first pass
 };
 
-/// Pictures: decoded, cropped, brought to size, format and rate, encoded.
-class VideoPath final : public Path {
+/// Whom the decoded frames of a stream go to. One thread at a time, which needn't be the input's.
+class FrameStage {
 public:
-    VideoPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder, const AVStream& source,
-              const TimeFrame& frame, int threads);
-    void Take(AVPacket& packet) override;
-    void Finish() override;
-    uint64_t GetDamaged() const override { return decoder.GetDamaged(); }
+    /// @param encoder  open
+    /// @param source   read here and not kept
+    FrameStage(StreamEncoder encoder, const AVStream& source, const TimeFrame& frame)
+        : encoder(std::move(encoder)), timeBase(source.time_base), frame(frame)
+    {
+    }
+    virtual ~FrameStage() = default;
+    /// @param decoded  may be changed
+    virtual void Take(AVFrame& decoded) = 0;
+    /// Encodes everything that is still held.
+    virtual void Finish() = 0;
+    /// Whether nothing more is wanted. From any thread.
+    bool IsDone() const { return done; }
     const StreamEncoder& GetEncoder() const { return encoder; }
 
+protected:
+    StreamEncoder encoder;
+    const AVRational timeBase;  ///< the input's
+    const TimeFrame frame;
+    std::atomic<bool> done = false;
+};
+
+/// Pictures: cropped, brought to size, format and rate, encoded.
+class VideoStage final : public FrameStage {
+public:
+    VideoStage(const StreamPlan& plan, StreamEncoder encoder, const AVStream& source, const TimeFrame& frame,
+               int threads);
+    void Take(AVFrame& decoded) override;
+    void Finish() override;
+
 private:
-    void TakeFrame(AVFrame& decoded);
+    void Crop(AVFrame& decoded) const;
     void Retime(AVFrame& converted, int64_t time, int64_t duration);
     void RepeatUntil(int64_t time);
     void Encode(AVFrame& converted, int64_t tick, int64_t duration);
     Proc::FramePtr Convert(AVFrame& decoded);
 
     const StreamPlan& plan;
-    StreamDecoder decoder;
-    StreamEncoder encoder;
-    const AVStream& source;
-    const TimeFrame frame;
-    const int threads;  ///< for scaling
+    Conf::FrameCropping crop;  ///< as the container has it, where it is applied
+    const int threads;         ///< for scaling
     Proc::SafeSwsContext scaler;
     Proc::AVFrameWrapper last;  ///< the picture taken last, where a constant rate may need it again
     int64_t nextTick = AV_NOPTS_VALUE;
@@ -133,17 +139,14 @@ struct FreeFifo {
     void operator()(AVAudioFifo* fifo) const noexcept { av_audio_fifo_free(fifo); }
 };
 
-/// Sound: decoded, brought to rate, format and layout, encoded in frames of the encoder's size.
-class AudioPath final : public Path {
+/// Sound: brought to rate, format and layout, encoded in frames of the encoder's size.
+class AudioStage final : public FrameStage {
 public:
-    AudioPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder, const AVStream& source,
-              const TimeFrame& frame);
-    void Take(AVPacket& packet) override;
+    AudioStage(const StreamPlan& plan, StreamEncoder encoder, const AVStream& source, const TimeFrame& frame);
+    void Take(AVFrame& decoded) override;
     void Finish() override;
-    uint64_t GetDamaged() const override { return decoder.GetDamaged(); }
 
 private:
-    void TakeFrame(AVFrame& decoded);
     void Place(int64_t time);
     void Convert(const boost::intrusive_ptr<Proc::AudioData>& from);
     void Keep(AVFrame& samples);
@@ -151,10 +154,6 @@ private:
     void Encode(bool all);
 
     const StreamPlan& plan;
-    StreamDecoder decoder;
-    StreamEncoder encoder;
-    const AVStream& source;
-    const TimeFrame frame;
     Conf::SampleInfo from;  ///< of the samples decoded last; no rate: none yet
     Proc::SafeSwrContext resampler;
     std::unique_ptr<AVAudioFifo, FreeFifo> fifo;

@@ -20,38 +20,31 @@ constexpr double TOLERANCE = 1.1;
 
 }  // namespace
 
-VideoPath::VideoPath(const StreamPlan& plan, StreamDecoder decoder, StreamEncoder encoder,
-                     const AVStream& source, const TimeFrame& frame, int threads)
-    : plan(plan),
-      decoder(std::move(decoder)),
-      encoder(std::move(encoder)),
-      source(source),
-      frame(frame),
+VideoStage::VideoStage(const StreamPlan& plan, StreamEncoder encoder, const AVStream& source,
+                       const TimeFrame& frame, int threads)
+    : FrameStage(std::move(encoder), source, frame),
+      plan(plan),
       threads(threads ? threads : static_cast<int>(std::max(std::thread::hardware_concurrency(), 1u)))
 {
+    if (plan.applyCrop)
+        Proc::GetFrameCroppingFromCodecParameters(crop, source.codecpar);
 }
 
-void VideoPath::Take(AVPacket& packet)
+void VideoStage::Finish()
 {
-    decoder.Decode(&packet, [this](AVFrame& decoded) { TakeFrame(decoded); });
-}
-
-void VideoPath::Finish()
-{
-    decoder.Decode(nullptr, [this](AVFrame& decoded) { TakeFrame(decoded); });
     if (plan.retimed && last->width > 0 && !done)
         RepeatUntil(lastEnd);  // the last picture stays as long as it did
     encoder.Encode(nullptr);
 }
 
-void VideoPath::TakeFrame(AVFrame& decoded)
+void VideoStage::Take(AVFrame& decoded)
 {
     if (done)
         return;
-    int64_t duration = Proc::stream_to_global(decoded.duration, source.time_base);
+    int64_t duration = Proc::stream_to_global(decoded.duration, timeBase);
     if (duration <= 0)
         duration = Proc::AvRescale(AV_TIME_BASE, plan.frameRate.den, plan.frameRate.num);
-    int64_t time = frame.FromInput(decoded.best_effort_timestamp, source.time_base);
+    int64_t time = frame.FromInput(decoded.best_effort_timestamp, timeBase);
     if (time == AV_NOPTS_VALUE)
         time = lastEnd == AV_NOPTS_VALUE ? 0 : lastEnd;
     lastEnd = time + duration;
@@ -72,20 +65,21 @@ void VideoPath::TakeFrame(AVFrame& decoded)
     Retime(*converted, time, lastEnd - time);
 }
 
-Proc::FramePtr VideoPath::Convert(AVFrame& decoded)
+/// FFmpeg cuts by moving pointers.
+void VideoStage::Crop(AVFrame& decoded) const
 {
-    if (plan.applyCrop) {
-        // FFmpeg cuts by moving pointers; the container says how much.
-        Conf::FrameCropping crop;
-        if (Proc::GetFrameCroppingFromCodecParameters(crop, source.codecpar)) {
-            decoded.crop_left += crop.left;
-            decoded.crop_right += crop.right;
-            decoded.crop_top += crop.top;
-            decoded.crop_bottom += crop.bottom;
-            if (const int result = av_frame_apply_cropping(&decoded, AV_FRAME_CROP_UNALIGNED); result < 0)
-                ThrowFFmpegFailure("a picture can't be cropped", result);
-        }
-    }
+    decoded.crop_left += crop.left;
+    decoded.crop_right += crop.right;
+    decoded.crop_top += crop.top;
+    decoded.crop_bottom += crop.bottom;
+    if (const int result = av_frame_apply_cropping(&decoded, AV_FRAME_CROP_UNALIGNED); result < 0)
+        ThrowFFmpegFailure("a picture can't be cropped", result);
+}
+
+Proc::FramePtr VideoStage::Convert(AVFrame& decoded)
+{
+    if (plan.applyCrop)
+        Crop(decoded);
     const AVCodecContext& target = encoder.Get();
     const auto format = static_cast<AVPixelFormat>(decoded.format);
     Proc::SwsCtxParams params;
@@ -120,7 +114,7 @@ Proc::FramePtr VideoPath::Convert(AVFrame& decoded)
     return result;
 }
 
-void VideoPath::Retime(AVFrame& converted, int64_t time, int64_t duration)
+void VideoStage::Retime(AVFrame& converted, int64_t time, int64_t duration)
 {
     const AVRational base = encoder.Get().time_base;
     const int64_t tick = Proc::global_to_stream(time, base);
@@ -152,7 +146,7 @@ void VideoPath::Retime(AVFrame& converted, int64_t time, int64_t duration)
 
 /// At another rate than the input's, each tick shows the picture that was to be seen then: `last`, up to
 /// `time`.
-void VideoPath::RepeatUntil(int64_t time)
+void VideoStage::RepeatUntil(int64_t time)
 {
     const AVRational base = encoder.Get().time_base;
     // Time stamps are rounded: a picture that comes a little after its tick counts as punctual.
@@ -161,7 +155,7 @@ void VideoPath::RepeatUntil(int64_t time)
         Encode(*&last, nextTick, 1);
 }
 
-void VideoPath::Encode(AVFrame& converted, int64_t tick, int64_t duration)
+void VideoStage::Encode(AVFrame& converted, int64_t tick, int64_t duration)
 {
     if (frame.end && tick >= Proc::global_to_stream(*frame.end, encoder.Get().time_base)) {
         done = true;

@@ -1,0 +1,150 @@
+#include "tools/Convert.Pipeline.h"
+
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/support/Failure.h"
+
+namespace Quorva::Tool {
+
+namespace {
+
+/// Enough that neither thread waits for the other's wake-up; every picture more costs its memory.
+constexpr size_t WAITING_PACKETS = 8;
+constexpr size_t WAITING_FRAMES = 2;
+
+}  // namespace
+
+Step& Steps::Begin(int stream)
+{
+    Step& step = steps.emplace_back();
+    step.stream = stream;
+    return step;
+}
+
+bool Steps::WriteFirst(PacketSink& sink, bool wait)
+{
+    Step& first = steps.front();
+    writing.clear();
+    bool complete = false;
+    {
+        std::unique_lock lock(mutex);
+        if (wait)
+            changed.wait(lock, [&] { return first.complete || !first.results.empty(); });
+        writing.swap(first.results);
+        complete = first.complete;
+    }
+    for (Step::Result& result : writing)
+        sink.Write(*result.packet, result.stream, result.timeBase);
+    if (!complete)
+        return false;
+    if (first.failure)
+        std::rethrow_exception(first.failure);
+    if (first.done)
+        done.insert(first.stream);
+    steps.pop_front();
+    return true;
+}
+
+void Steps::Give(Step& step, AVPacket& packet, int stream, AVRational timeBase)
+{
+    PacketPointer own(Proc::CreatePacket(0));
+    av_packet_move_ref(own.get(), &packet);
+    const std::lock_guard lock(mutex);
+    step.results.push_back({std::move(own), stream, timeBase});
+    changed.notify_one();
+}
+
+void Steps::Complete(Step& step, bool isDone, std::exception_ptr failure) noexcept
+{
+    const std::lock_guard lock(mutex);
+    if (failure)
+        step.failure = std::move(failure);  // the first one: a step may be completed again behind it
+    step.done = isDone;
+    step.complete = true;
+    changed.notify_one();
+}
+
+CodedPath::CodedPath(Steps& steps, std::unique_ptr<StepSink> sink, StreamDecoder decoder,
+                     std::unique_ptr<FrameStage> stage)
+    : steps(steps),
+      sink(std::move(sink)),
+      decoder(std::move(decoder)),
+      stage(std::move(stage)),
+      inputs(WAITING_PACKETS),
+      frames(WAITING_FRAMES),
+      remaking([this](const std::stop_token& stop) { RemakeAll(stop); }),
+      decoding([this](const std::stop_token& stop) { DecodeAll(stop); })
+{
+}
+
+void CodedPath::Take(AVPacket& packet, Step& step)
+{
+    PacketPointer own(Proc::CreatePacket(0));
+    av_packet_move_ref(own.get(), &packet);
+    inputs.Push({std::move(own), &step});
+}
+
+void CodedPath::Finish(Step& step) { inputs.Push({nullptr, &step}); }
+
+void CodedPath::DecodeAll(const std::stop_token& stop)
+{
+    while (const std::optional<Input> input = inputs.Pop(stop)) {
+        Decoded end;
+        end.step = input->step;
+        end.last = !input->packet;
+        try {
+            if (!stage->IsDone())
+                Decode(*input, stop);
+        } catch (...) {
+            end.failure = std::current_exception();
+        }
+        end.damaged = decoder.GetDamaged();
+        frames.Push(std::move(end), stop);
+    }
+}
+
+void CodedPath::Decode(const Input& input, const std::stop_token& stop)
+{
+    decoder.Decode(input.packet.get(), [&](AVFrame& frame) {
+        Decoded decoded;
+        decoded.frame.reset(av_frame_alloc());
+        if (!decoded.frame)
+            ThrowFFmpegFailure("a frame can't be kept", AVERROR(ENOMEM));
+        av_frame_move_ref(decoded.frame.get(), &frame);
+        decoded.step = input.step;
+        frames.Push(std::move(decoded), stop);
+    });
+}
+
+void CodedPath::RemakeAll(const std::stop_token& stop)
+{
+    while (std::optional<Decoded> decoded = frames.Pop(stop)) {
+        std::exception_ptr failure;
+        try {
+            if (!failed)
+                Remake(*decoded);
+        } catch (...) {
+            failure = std::current_exception();
+            failed = true;
+        }
+        if (!decoded->frame || failure)
+            steps.Complete(*decoded->step, stage->IsDone(), failure);
+    }
+}
+
+/// The first thread is ahead: what it met in steps after the end, nobody would have met without it.
+void CodedPath::Remake(Decoded& decoded)
+{
+    sink->Turn(*decoded.step);
+    if (decoded.frame)
+        return stage->Take(*decoded.frame);
+    if (!over) {
+        damaged = decoded.damaged;
+        if (decoded.failure)
+            std::rethrow_exception(decoded.failure);
+    }
+    if (decoded.last)
+        stage->Finish();
+    over = stage->IsDone();
+}
+
+}  // namespace Quorva::Tool
