@@ -1,12 +1,20 @@
-# FFmpeg::avcodec, FFmpeg::avformat, ... : the interface of FFmpeg 7.1, neither older nor 8.
+# FFmpeg::avcodec, FFmpeg::avformat, ... : the interface of FFmpeg 7.1, neither older nor 8. Here and, installed, for
+# those who use the library.
 find_package(PkgConfig REQUIRED)
+
+# find_ffmpeg(<name> <minimum> <below>): sets <name>_FOUND; an error where it is not and nobody asks for that.
 function(find_ffmpeg name minimum below)
-  pkg_check_modules(${name} QUIET IMPORTED_TARGET "lib${name}>=${minimum}" "lib${name}<${below}")
-  if(NOT ${name}_FOUND)
-    message(FATAL_ERROR "lib${name} ${minimum} or newer and below ${below} is needed (FFmpeg 7.1); "
-                        "install FFmpeg 7.1's development files, or build through ./dev.")
+  if(NOT TARGET FFmpeg::${name})
+    pkg_check_modules(${name} QUIET IMPORTED_TARGET GLOBAL "lib${name}>=${minimum}" "lib${name}<${below}")
+    if(${name}_FOUND)
+      add_library(FFmpeg::${name} ALIAS PkgConfig::${name})
+    elseif(DEFINED CMAKE_FIND_PACKAGE_NAME)   # the package says so in its own way
+      set(FFMPEG_FAULT "lib${name} ${minimum} or newer and below ${below} is needed (FFmpeg 7.1)" PARENT_SCOPE)
+    else()
+      message(FATAL_ERROR "lib${name} ${minimum} or newer and below ${below} is needed (FFmpeg 7.1); "
+                          "install FFmpeg 7.1's development files, or build through ./dev.")
+    endif()
   endif()
-  add_library(FFmpeg::${name} ALIAS PkgConfig::${name})
 endfunction()
 find_ffmpeg(avutil     59.39 60)
 find_ffmpeg(avcodec    61.19 62)

@@ -12,3 +12,13 @@ function(house_target target)
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
+
+# A shared library that others link: its version, and where its installed form finds the others.
+function(house_library target exportName)
+  house_target(${target})
+  add_library(Tessadrin::${exportName} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES
+    EXPORT_NAME ${exportName} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    INSTALL_RPATH "$ORIGIN"
+    VERIFY_INTERFACE_HEADER_SETS ON INTERFACE_HEADER_SETS_TO_VERIFY HEADERS)   # every public header compiles on its own
+endfunction()

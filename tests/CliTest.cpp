@@ -12,6 +12,7 @@ using nlohmann::json;
 using testing::AllOf;
 using testing::AnyOf;
 using testing::Contains;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -101,6 +102,44 @@ TEST(Codecs, ImplementationsAnswerForThemselves)
     EXPECT_THAT(RunProgram({"codecs", "--decoders", "--encoders"}).output, HasSubstr("\n\nEncoders:\n"));
 }
 
+TEST(Help, EveryCommandTeachesByExamples)
+{
+    for (const char* command : {"probe", "convert", "formats", "codecs", "dump", "doctor", "help"}) {
+        const Outcome outcome = RunProgram({"help", command});
+        EXPECT_EQ(outcome.code, 0) << command;
+        EXPECT_THAT(outcome.output, HasSubstr(std::string("\n  tessadrin ") + command)) << command;
+        EXPECT_EQ(outcome.output, RunProgram({command, "--help"}).output);
+    }
+    const Outcome slip = RunProgram({"help", "convrt"});
+    EXPECT_EQ(slip.code, 2);
+    EXPECT_THAT(slip.errors, HasSubstr("did you mean 'convert'?"));
+    EXPECT_THAT(RunProgram({"--version"}).output, ContainsRegex("libavcodec +built with 61[.0-9]+ +running 61"));
+}
+
+TEST(Help, ShellsCompleteByIt)
+{
+    const TemporaryFolder folder;
+    folder.Put("completion", RunProgram({"help", "--as", "bash"}).output);
+    const auto complete = [&](const std::string& words, int position, const std::string& word) {
+        folder.Put("ask", "source " + folder.At("completion") + "\nCOMP_WORDS=(" + words + ")\nCOMP_CWORD=" +
+                              std::to_string(position) + "\n_tessadrin tessadrin '" + word + "' \"${COMP_WORDS[" +
+                              std::to_string(position - 1) + "]}\"\necho \"${COMPREPLY[*]}\" >" + folder.At("answer"));
+        EXPECT_EQ(std::system(("bash " + folder.At("ask")).c_str()), 0);
+        std::ifstream file(folder.At("answer"));
+        std::string line;
+        std::getline(file, line);
+        return line;
+    };
+    EXPECT_EQ(complete("tessadrin con", 1, "con"), "convert");
+    EXPECT_EQ(complete("tessadrin convert --two", 2, "--two"), "--two-pass");
+    EXPECT_EQ(complete("tessadrin convert --progress j", 3, "j"), "json");
+    EXPECT_EQ(complete("tessadrin help d", 2, "d"), "dump doctor");
+    EXPECT_THAT(RunProgram({"help", "--as", "zsh"}).output,
+                AllOf(StartsWith("#compdef tessadrin\n"), HasSubstr("'*--overwrite[Replace OUT")));
+    EXPECT_THAT(RunProgram({"help", "--as", "fish"}).output, HasSubstr("-l two-pass -d 'Look at all"));
+    EXPECT_THAT(RunProgram({"help", "--as", "man"}).output, HasSubstr("\n.SS tessadrin convert\n"));
+}
+
 TEST(Output, ReaderThatLeavesEndsTheProgramQuietly)
 {
     const TemporaryFolder folder;
@@ -159,6 +198,7 @@ TEST(ProgressBar, IsForTerminalsOnly)
     folder.Put("a-file-with-a-name-that-does-not-fit-into-the-rest-of-sixty-columns.txt", "words");
     folder.Put("b.txt", "words");
     const std::string path = folder.path.native();
+    setenv("NO_COLOR", "1", 1);
     const std::string shown = OnTerminal({"probe", path});
     EXPECT_THAT(shown, StartsWith("[........................] 0/2 "));
     EXPECT_EQ(shown.find('\r'), 59u) << "the bar leaves the last column free: " << shown;
@@ -166,6 +206,12 @@ TEST(ProgressBar, IsForTerminalsOnly)
     EXPECT_THAT(OnTerminal({"probe", "-q", path}), IsEmpty());
     EXPECT_THAT(OnTerminal({"probe", path + "/b.txt"}), Not(HasSubstr("[")));
 
+    unsetenv("NO_COLOR");
+    setenv("TERM", "xterm", 1);
+    EXPECT_THAT(OnTerminal({"probe", path + "/b.txt"}), StartsWith("\x1b[31m" + path + "/b.txt: not"));
+    setenv("TERM", "dumb", 1);
+    EXPECT_THAT(OnTerminal({"probe", path + "/b.txt"}), StartsWith(path + "/b.txt: not"));
+    setenv("TERM", "xterm", 1);
     const Outcome piped = RunProgram({"probe", path});
     EXPECT_THAT(piped.output + piped.errors,
                 Not(AnyOf(HasSubstr("\r"), HasSubstr("\x1b"), HasSubstr("0/2"))));

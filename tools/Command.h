@@ -38,6 +38,8 @@ void AddFormats(CLI::App& app, Program& program);
 void AddCodecs(CLI::App& app, Program& program);
 void AddConvert(CLI::App& app, Program& program);
 void AddDump(CLI::App& app, Program& program);
+/// @param app  lives as long as the command
+void AddHelp(CLI::App& app, Program& program);
 /// @return  whether JSON is wanted
 std::shared_ptr<bool> AddDoctor(CLI::App& app);
 

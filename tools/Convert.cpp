@@ -80,7 +80,7 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
     try {
         return CarryOut(options, program.quiet) ? EXIT_ALL_WELL : EXIT_STOPPED;
     } catch (const UsageError& e) {
-        WriteLine(std::string("tessadrin: ") + e.what());
+        WriteComplaint(std::string("tessadrin: ") + e.what());
         return EXIT_USAGE;
     } catch (...) {
         Failure failure = CurrentFailure(options.input);

@@ -6,6 +6,7 @@
 #include "tools/Command.h"
 #include "tools/support/Console.h"
 #include "tools/support/Json.h"
+#include "tools/support/Versions.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -33,29 +34,12 @@ namespace {
 using Names = std::vector<std::string>;
 using Proc::Details::SelectionRow;
 
-struct Version {
-    const char* name;
-    unsigned built;
-    unsigned running;
-};
-
 struct Diagnosis {
-    std::vector<Version> versions;
+    std::vector<LibraryVersion> versions;
     std::optional<std::string> failure;          ///< why the library can't be loaded
     Names decoders, encoders, demuxers, muxers;  ///< that the library names and this FFmpeg lacks
     Names hardware;                              ///< kinds of devices that this FFmpeg was built for
 };
-
-std::vector<Version> GetVersions()
-{
-    return {
-        {"libavutil",     LIBAVUTIL_VERSION_INT,     avutil_version()    },
-        {"libavcodec",    LIBAVCODEC_VERSION_INT,    avcodec_version()   },
-        {"libavformat",   LIBAVFORMAT_VERSION_INT,   avformat_version()  },
-        {"libswscale",    LIBSWSCALE_VERSION_INT,    swscale_version()   },
-        {"libswresample", LIBSWRESAMPLE_VERSION_INT, swresample_version()},
-    };
-}
 
 Names Sorted(const std::set<std::string>& names) { return {names.begin(), names.end()}; }
 
@@ -91,7 +75,7 @@ Names GetHardware()
 Diagnosis Diagnose()
 {
     using namespace Proc::Details;
-    Diagnosis diagnosis{GetVersions(), {}, {}, {}, {}, {}, GetHardware()};
+    Diagnosis diagnosis{FFmpegVersions(), {}, {}, {}, {}, {}, GetHardware()};
     diagnosis.decoders = LackingCodecs(decoderRows, avcodec_find_decoder_by_name);
     diagnosis.encoders = LackingCodecs(encoderRows, avcodec_find_encoder_by_name);
     try {
@@ -112,9 +96,8 @@ std::string List(const Names& names)
 void PrintText(const Diagnosis& diagnosis)
 {
     fmt::print("tessadrin {}, FFmpeg {}\n", TESSADRIN_VERSION, av_version_info());
-    for (const Version& version : diagnosis.versions)
-        fmt::print("  {:<14} built with {:<11} running {}\n", version.name, VersionText(version.built),
-                   VersionText(version.running));
+    for (const LibraryVersion& library : diagnosis.versions)
+        fmt::print("  lib{:<11} built with {:<11} running {}\n", library.name, library.built, library.running);
     fmt::print(
         "\nLacking in this FFmpeg, of what the library names:\n"
         "  decoders  {}\n  encoders  {}\n",
@@ -131,10 +114,10 @@ void PrintText(const Diagnosis& diagnosis)
 void PrintJson(const Diagnosis& diagnosis)
 {
     Json versions = Json::object();
-    for (const Version& version : diagnosis.versions)
-        versions[version.name] = {
-            {"built",   VersionText(version.built)  },
-            {"running", VersionText(version.running)}
+    for (const LibraryVersion& library : diagnosis.versions)
+        versions["lib" + library.name] = {
+            {"built",   library.built  },
+            {"running", library.running}
         };
     Json lacking = {
         {"decoders", diagnosis.decoders},
@@ -175,7 +158,7 @@ int RunDoctor(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);
-        WriteLine(std::string("tessadrin: ") + error.what());
+        WriteComplaint(std::string("tessadrin: ") + error.what());
         return EXIT_USAGE;
     }
     av_log_set_level(AV_LOG_QUIET);

@@ -171,7 +171,7 @@ std::string BashCompletion(const CLI::App& app)
         cases += fmt::format("        {}) options='{}' ;;\n", command->get_name(), words(*command));
         look(*command);
     }
-    return fmt::format(R"(# bash completion for tessadrin
+    return fmt::format(R"SH(# bash completion for tessadrin
 _tessadrin() {{
     local word=$2 previous=$3 command='' options='' i
     local commands='{0}'
@@ -186,13 +186,11 @@ _tessadrin() {{
             COMPREPLY=($(compgen -W "copy none $(tessadrin codecs 2>/dev/null | awk 'NR > 1 {{ print $1 }}')" -- "$word"))
             return ;;
     esac
+    case $command in
+{2}    esac
     if [[ -z $command || $command == help ]]; then
         options+=" $commands"
     fi
-    case $command in
-        '') options+=' {1}' ;;
-{2}        help) options="$commands --as" ;;
-    esac
     if [[ $word == -* || -z $command || $command == help ]]; then
         COMPREPLY=($(compgen -W "$options {1}" -- "$word"))
     else
@@ -201,7 +199,7 @@ _tessadrin() {{
     fi
 }}
 complete -F _tessadrin tessadrin
-)",
+)SH",
                        commands, words(app), cases, choices);
 }
 
@@ -231,7 +229,7 @@ std::string ZshCompletion(const CLI::App& app)
         cases += fmt::format("        {})\n            _arguments \\\n{}                '*:file:_files'\n            ;;\n",
                              command->get_name(), specifications(*command, "                "));
     }
-    return fmt::format(R"(#compdef tessadrin
+    return fmt::format(R"SH(#compdef tessadrin
 local -a commands
 local context state state_descr line
 typeset -A opt_args
@@ -249,7 +247,7 @@ case $state in
 {2}        esac
         ;;
 esac
-)",
+)SH",
                        specifications(app, "    "), commands, cases);
 }
 

@@ -36,7 +36,7 @@ ExitCode PrintTopic(CLI::App& app, const std::string& topic)
         }
         names.push_back(command->get_name());
     }
-    WriteLine(fmt::format("tessadrin: no command '{}'{}", topic, DidYouMean(topic, names)));
+    WriteComplaint(fmt::format("tessadrin: no command '{}'{}", topic, DidYouMean(topic, names)));
     return EXIT_USAGE;
 }
 

@@ -36,7 +36,7 @@ int Launch(int argc, char** argv)
     void* const program = dlopen(FindProgram().c_str(), RTLD_NOW);
     void* const run = program ? dlsym(program, "tessadrin_main") : nullptr;
     if (!run) {
-        WriteLine(std::string("tessadrin: ") + dlerror());
+        WriteComplaint(std::string("tessadrin: ") + dlerror());
         return EXIT_FAILURE;
     }
     return reinterpret_cast<decltype(&tessadrin_main)>(run)(argc, argv);
@@ -67,9 +67,9 @@ int main(int argc, char** argv)
         const int code = Launch(argc, argv);
         if (std::fflush(stdout) == 0 && !std::ferror(stdout))
             return code;
-        WriteLine(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
+        WriteComplaint(std::string("tessadrin: can't write the output: ") + std::strerror(errno));
     } catch (const std::exception& e) {
-        WriteLine(std::string("tessadrin: ") + e.what());
+        WriteComplaint(std::string("tessadrin: ") + e.what());
     }
     return EXIT_FAILURE;
 }

@@ -1,10 +1,11 @@
+#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "tools/Command.h"
 #include "tools/Launcher.h"
 #include "tools/support/Console.h"
-#include "tools/support/Json.h"
 #include "tools/support/Logging.h"
 #include "tools/support/Suggest.h"
 #include "tools/support/Text.h"
+#include "tools/support/Versions.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -21,10 +22,11 @@ namespace {
 
 std::string VersionLines()
 {
-    std::string text = fmt::format("tessadrin {}\nFFmpeg {}", TESSADRIN_VERSION, av_version_info());
-    const Json tool = ToolJson();
-    for (const auto& [name, version] : tool["ffmpeg"].items())
-        text += fmt::format("\n  lib{:<10} {}", name, version.get<std::string>());
+    std::string text =
+        fmt::format("tessadrin {0}\nlibTessadrin {0}\nFFmpeg {1}", TESSADRIN_VERSION, av_version_info());
+    for (const LibraryVersion& library : FFmpegVersions())
+        text += fmt::format("\n  lib{:<11} built with {:<11} running {}", library.name, library.built,
+                            library.running);
     return text;
 }
 
@@ -55,8 +57,8 @@ std::string Complaint(const CLI::App& app, const CLI::ParseError& error)
 
 int UsageFailure(const CLI::App& app, const CLI::ParseError& error)
 {
-    WriteLine("tessadrin: " + Complaint(app, error));
-    WriteLine("`tessadrin --help` and `tessadrin COMMAND --help` tell what there is.");
+    WriteComplaint("tessadrin: " + Complaint(app, error));
+    WriteLine("`tessadrin help` and `tessadrin help COMMAND` tell what there is.");
     return EXIT_USAGE;
 }
 
@@ -85,13 +87,18 @@ int Run(int argc, char** argv)
         "-vvv information, and so on to -vvvvv");
     app.add_flag("-q,--quiet", program.quiet, "No lines about failures and no progress: the exit code tells");
     app.footer(
-        "Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong, 130 stopped by Ctrl-C.");
+        "Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong, 130 stopped by Ctrl-C.\n\n"
+        "Examples:\n"
+        "  tessadrin probe film.mkv                what is in it\n"
+        "  tessadrin convert film.mkv film.mp4     another container, encoded anew only where needed\n"
+        "  tessadrin help convert                  all that a command can do");
     AddProbe(app, program);
     AddConvert(app, program);
     AddFormats(app, program);
     AddCodecs(app, program);
     AddDump(app, program);
     AddDoctor(app);  // for the help: it runs elsewhere
+    AddHelp(app, program);
     try {
         app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -20,15 +21,32 @@ constinit bool shown = false;  ///< a status line is on the screen; guarded by `
 // Standard error is the last resort for every complaint: where it can't be written to, nothing is left to do.
 void Write(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stderr); }
 
+bool HasColours()
+{
+    static const bool has = [] {
+        const char *const refused = std::getenv("NO_COLOR"), *const terminal = std::getenv("TERM");
+        return isatty(STDERR_FILENO) == 1 && !(refused && *refused) && terminal &&
+               std::string_view(terminal) != "dumb";
+    }();
+    return has;
+}
+
 std::string Erasure() { return std::exchange(shown, false) ? "\r\x1b[K" : ""; }
 
-}  // namespace
-
-void WriteLine(std::string_view text)
+void WriteBelow(const std::string& line)
 {
     const std::lock_guard lock(mutex);
     std::fflush(stdout);  // what was printed before stays before; its failure is noticed at the end
-    Write(Erasure() + Printable(text) + "\n");
+    Write(Erasure() + line + "\n");
+}
+
+}  // namespace
+
+void WriteLine(std::string_view text) { WriteBelow(Printable(text)); }
+
+void WriteComplaint(std::string_view text)
+{
+    WriteBelow(HasColours() ? "\x1b[31m" + Printable(text) + "\x1b[0m" : Printable(text));
 }
 
 void ShowStatus(std::string_view text)

@@ -141,7 +141,7 @@ void ThrowFFmpegFailure(const std::string& what, int result)
 
 void PrintFailure(const std::string& path, const Failure& failure, bool details)
 {
-    WriteLine(path + ": " + failure.message);
+    WriteComplaint(path + ": " + failure.message);
     if (!details)
         return;
     if (!failure.file.empty())

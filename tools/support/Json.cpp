@@ -1,28 +1,20 @@
 #include "tools/support/Json.h"
 
-#include <fmt/format.h>
+#include "tools/support/Versions.h"
 
 namespace Quorva::Tool {
 
 std::string JsonText(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
-std::string VersionText(unsigned version)
-{
-    return fmt::format("{}.{}.{}", AV_VERSION_MAJOR(version), AV_VERSION_MINOR(version),
-                       AV_VERSION_MICRO(version));
-}
-
 Json ToolJson()
 {
+    Json ffmpeg = Json::object();
+    for (const LibraryVersion& library : FFmpegVersions())
+        ffmpeg[library.name] = library.running;
     return {
-        {"name",    "tessadrin"                             },
-        {"version", TESSADRIN_VERSION                       },
-        {"ffmpeg",
-         {{"avutil", VersionText(avutil_version())},
-          {"avcodec", VersionText(avcodec_version())},
-          {"avformat", VersionText(avformat_version())},
-          {"swscale", VersionText(swscale_version())},
-          {"swresample", VersionText(swresample_version())}}}
+        {"name",    "tessadrin"      },
+        {"version", TESSADRIN_VERSION},
+        {"ffmpeg",  ffmpeg           }
     };
 }
 

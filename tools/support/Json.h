@@ -31,7 +31,4 @@ Json OrNull(const std::optional<T>& value)
 /// Text or, for a null pointer, null.
 inline Json OrNull(const char* text) { return text ? Json(text) : Json(); }
 
-/// A version number of FFmpeg's libraries as "61.7.103".
-std::string VersionText(unsigned version);
-
 }  // namespace Quorva::Tool

@@ -1,0 +1,11 @@
+# Tessadrin::Tessadrin, Tessadrin::Host, and Tessadrin::HostMedia for frames of the pipeline over FFmpeg's.
+include(CMakeFindDependencyMacro)
+find_dependency(Boost 1.81 CONFIG)
+find_dependency(fmt)
+include("${CMAKE_CURRENT_LIST_DIR}/FFmpeg.cmake")
+if(DEFINED FFMPEG_FAULT)
+  set(Tessadrin_FOUND FALSE)
+  set(Tessadrin_NOT_FOUND_MESSAGE "${FFMPEG_FAULT}")
+  return()
+endif()
+include("${CMAKE_CURRENT_LIST_DIR}/TessadrinTargets.cmake")
