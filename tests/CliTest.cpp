@@ -1,4 +1,5 @@
 // The program's manners: usage, catalogues, pipes and terminals.
+#include "tests/support/JsonSchema.h"
 #include "tests/support/Program.h"
 
 #include <gmock/gmock.h>
@@ -69,7 +70,7 @@ TEST(Formats, BothDirectionsAreListed)
     const Outcome outcome = RunProgram({"formats", "--json"});
     EXPECT_EQ(outcome.code, 0);
     const json document = json::parse(outcome.output);
-    EXPECT_EQ(document["schema"], "tessadrin/formats/1");
+    EXPECT_EQ(JsonSchema::Of("formats").Check(document), "");
     const json& formats = document["formats"];
     EXPECT_EQ(Entry(formats, "name", "m4a")["demuxer"], "mov,mp4,m4a,3gp,3g2,mj2");
     EXPECT_EQ(Entry(formats, "name", "m4a")["muxer"], "ipod");
@@ -87,7 +88,7 @@ TEST(Formats, BothDirectionsAreListed)
 TEST(Codecs, ImplementationsAnswerForThemselves)
 {
     const json document = json::parse(RunProgram({"codecs", "--json"}).output);
-    EXPECT_EQ(document["schema"], "tessadrin/codecs/1");
+    EXPECT_EQ(JsonSchema::Of("codecs").Check(document), "");
     const json h264 = Entry(document["codecs"], "id", "h264");
     EXPECT_EQ(h264["kind"], "video");
     EXPECT_EQ(h264["decoders"]["ffmpeg"], "h264");

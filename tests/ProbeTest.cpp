@@ -52,10 +52,7 @@ std::filesystem::path Made(const char* file)
 
 const JsonSchema& ProbeSchema()
 {
-    static const JsonSchema schema([] {
-        std::ifstream file(TESSADRIN_PROBE_SCHEMA);
-        return json::parse(file);
-    }());
+    static const JsonSchema schema = JsonSchema::Of("probe");
     return schema;
 }
 

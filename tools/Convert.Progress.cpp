@@ -100,6 +100,7 @@ void ConvertProgress::Show()
 void ConvertProgress::ShowJson(const char* state)
 {
     Json line = {
+        {"schema",    "tessadrin/progress/1"                },
         {"type",      state ? "end" : "progress"            },
         {"pass",      pass                                  },
         {"position",  position                              },

@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace {
 
@@ -24,7 +26,11 @@ using namespace Quorva::Tool;
 std::string FindProgram()
 {
     namespace fs = std::filesystem;
-    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+    std::error_code error;
+    fs::path self = fs::read_symlink("/proc/self/exe", error);
+    if (error)  // a system without /proc
+        self = fs::absolute(reinterpret_cast<const char*>(getauxval(AT_EXECFN)));
+    const fs::path here = self.parent_path();
     const fs::path built = here / TESSADRIN_PROGRAM_BUILT;
     return fs::exists(built) ? built : here / TESSADRIN_PROGRAM_INSTALLED;
 }

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <fstream>
 #include <iterator>
 #include <set>
 #include <stdexcept>
@@ -12,6 +13,12 @@
 class JsonSchema {
 public:
     explicit JsonSchema(nlohmann::json schema) : root(std::move(schema)) {}
+    /// The one of docs/NAME.schema.json.
+    static JsonSchema Of(const std::string& name)
+    {
+        std::ifstream file(TESSADRIN_SCHEMAS "/" + name + ".schema.json");
+        return JsonSchema(nlohmann::json::parse(file));
+    }
 
     /// The first contradiction, with the place in the document; empty when there is none.
     /// @throws std::logic_error  a word of the schema language that isn't implemented here.
@@ -26,6 +33,7 @@ private:
                : type == "array"   ? value.is_array()
                : type == "string"  ? value.is_string()
                : type == "integer" ? value.is_number_integer()
+               : type == "number"  ? value.is_number()
                : type == "boolean" ? value.is_boolean()
                : type == "null"    ? value.is_null()
                                    : throw std::logic_error("schema: type " + type);
