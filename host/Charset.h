@@ -8,6 +8,7 @@
 
 namespace Quorva::Core {
 
+/// Text whose encoding nobody says. Any thread.
 class QUORVA_HOST_API CharsetEncoding {
 public:
     /// `text` as readable UTF-8. UTF-16 and UTF-32 are known by their byte order mark, and Latin UTF-16

@@ -20,6 +20,7 @@ class CodecDescription : public RefCounted<Interface> {
 public:
     std::string codecID = IFormatCodec::CODEC_ID_NONE;  ///< one of the CODEC_ID_ texts
     int64_t bitrate = 0;                                ///< bits per second, 0 when unknown
+    /// From MIN_QUALITY, the best, to MAX_QUALITY.
     int64_t quality = (IFormatCodec::MIN_QUALITY + IFormatCodec::MAX_QUALITY) / 2;
     std::optional<int> profile;                   ///< FFmpeg's AV_PROFILE_ number
     boost::intrusive_ptr<const IBlob> extradata;  ///< may be null
@@ -33,17 +34,18 @@ public:
     boost::intrusive_ptr<const IBlob> GetExtradata() const final { return extradata; }
 };
 
+/// A stream of pictures, its members to be set one by one.
 class VideoCodecDescription final : public CodecDescription<IFormatCodecVideo, IFormatCodec::Kind::Video> {
 public:
     unsigned int width = 0;  ///< pixels
     unsigned int height = 0;
     unsigned int pixelAspectX = 0;  ///< shape of a pixel, x : y; 0 : 1 when unknown
     unsigned int pixelAspectY = 1;
-    PixFmt pixelFormat = PixFmt::NONE;
+    PixFmt pixelFormat = PixFmt::NONE;  ///< of the pictures, decoded
     std::optional<int> bitsPerPixel;  ///< of the coded picture
-    ColorSpace colorSpace;
-    std::optional<DisplayMatrix> displayMatrix;
-    std::optional<FrameCropping> frameCropping;
+    ColorSpace colorSpace;            ///< of the pictures
+    std::optional<DisplayMatrix> displayMatrix;  ///< how to show them, where that isn't as they are
+    std::optional<FrameCropping> frameCropping;  ///< what to cut off
 
     unsigned int GetWidth() const noexcept override { return width; }
     unsigned int GetHeight() const noexcept override { return height; }
@@ -65,9 +67,10 @@ public:
     }
 };
 
+/// A stream of sound, likewise.
 class AudioCodecDescription final : public CodecDescription<IFormatCodecAudio, IFormatCodec::Kind::Audio> {
 public:
-    SampleInfo sampleInfo;
+    SampleInfo sampleInfo;              ///< of the sound, decoded
     std::optional<int> bitsPerSample;   ///< of the coded sound
     std::optional<int> frameSize;       ///< samples per channel in a coded frame
     int blockAlignment = 0;             ///< bytes, 0 when there is none

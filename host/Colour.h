@@ -9,9 +9,9 @@ namespace Quorva::Proc {
 
 /// Luma weights of red, green and blue; their sum is 1.
 struct YCbCrCoefficients {
-    float Kr;
-    float Kg;
-    float Kb;
+    float Kr;  ///< of red
+    float Kg;  ///< of green
+    float Kb;  ///< of blue
 };
 
 /// The weights of `matrix`, in a record that lives as long as the process. Matrices without weights of their

@@ -15,8 +15,10 @@ public:
     /// @param text  UTF-8, NUL-terminated; null gives an empty path.
     ioPath(const char* text);
     explicit ioPath(const std::string& text);
+    /// The same path.
     explicit ioPath(std::filesystem::path path);
 
+    /// For the standard library.
     const std::filesystem::path& Get() const noexcept { return path; }
     /// The whole path as UTF-8.
     const std::string& GetText() const noexcept { return path.native(); }

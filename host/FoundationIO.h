@@ -56,8 +56,9 @@ public:
     ~MemoryException() override;
 
     const char* what() const noexcept override;
+    /// What `what()` gives.
     const std::string& GetDescription() const noexcept { return description; }
-    uint64_t GetSize() const noexcept { return size; }
+    uint64_t GetSize() const noexcept { return size; }  ///< bytes that were asked for
 
 private:
     std::string description;

@@ -11,13 +11,17 @@
 
 namespace Quorva::Proc {
 
+/// Frees a frame, and drops its references.
 struct QUORVA_HOST_API FrameDeleter {
+    /// @param frame  null is fine
     void operator()(AVFrame* frame) const noexcept;
 };
 /// Owns one frame and its references.
 using FramePtr = std::unique_ptr<AVFrame, FrameDeleter>;
 
+/// Frees a subtitle and its rectangles.
 struct QUORVA_HOST_API SubtitleDeleter {
+    /// @param subtitle  allocated with `new`
     void operator()(AVSubtitle* subtitle) const noexcept;
 };
 /// Owns one subtitle and its rectangles.

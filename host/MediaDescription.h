@@ -25,9 +25,9 @@ enum class PixFmt : int32_t {
 #undef PIXFMT
 };
 
-/// In pixels.
+/// How large a picture is.
 struct FrameSize {
-    int width = 0;
+    int width = 0;  ///< pixels
     int height = 0;
     bool operator==(const FrameSize&) const = default;
 };
@@ -35,10 +35,11 @@ struct FrameSize {
 /// What the pipeline knows of one pixel format.
 class QUORVA_HOST_API PixFmtDescription {
 public:
-    static constexpr uint32_t FLAG_PLANAR = 1u << 1;
-    static constexpr uint32_t FLAG_RGB = 1u << 2;
-    static constexpr uint32_t FLAG_ALPHA = 1u << 3;
+    static constexpr uint32_t FLAG_PLANAR = 1u << 1;  ///< components in planes of their own
+    static constexpr uint32_t FLAG_RGB = 1u << 2;     ///< red, green and blue
+    static constexpr uint32_t FLAG_ALPHA = 1u << 3;   ///< and how opaque
 
+    /// A row of the table: the name is FFmpeg's, in static memory.
     constexpr PixFmtDescription(PixFmt format, const char* name, uint8_t components, uint8_t chromaShiftX,
                                 uint8_t chromaShiftY, uint32_t flags)
         : format(format),
@@ -56,13 +57,13 @@ public:
     /// The description of `format`; null when there is none.
     static const PixFmtDescription* Find(PixFmt format) noexcept;
 
-    const char* GetName() const noexcept { return name; }
+    const char* GetName() const noexcept { return name; }  ///< FFmpeg's
 
-    PixFmt format;
+    PixFmt format;         ///< which it is
     uint8_t components;    ///< 0 for formats in device memory
     uint8_t chromaShiftX;  ///< chroma width is width / 2^shift, rounded up
     uint8_t chromaShiftY;
-    uint32_t flags;
+    uint32_t flags;        ///< FLAG_*
 
 private:
     const char* name;  ///< static text
@@ -188,15 +189,15 @@ enum class AnimatedImages : int32_t { Exclude = 0, Include = 1 };
 
 /// In FFmpeg's numbering: AVColorPrimaries, AVColorTransferCharacteristic, AVColorSpace. 2 is unspecified.
 struct ColorSpace {
-    int32_t primaries = 2;
-    int32_t transfer = 2;
-    int32_t matrix = 2;
+    int32_t primaries = 2;  ///< which red, green and blue
+    int32_t transfer = 2;   ///< from light to numbers
+    int32_t matrix = 2;     ///< from red, green and blue to luma and chroma
     bool operator==(const ColorSpace&) const = default;
 };
 
-/// Pixels to cut off at each edge.
+/// What to cut off at each edge.
 struct FrameCropping {
-    uint32_t top = 0;
+    uint32_t top = 0;  ///< pixels
     uint32_t bottom = 0;
     uint32_t left = 0;
     uint32_t right = 0;
@@ -206,6 +207,7 @@ struct FrameCropping {
 /// FFmpeg's display matrix: three rows (a b u) (c d v) (x y w), 16.16 fixed point but for u, v, w (2.30).
 /// A point (p, q) of the frame is shown at (a p + c q + x, b p + d q + y).
 struct QUORVA_HOST_API DisplayMatrix {
+    /// Row by row.
     std::array<int, 9> values = {1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30};
 
     /// The matrix of one of the eight orientations for a frame of `size`, with translation.
@@ -219,8 +221,8 @@ struct QUORVA_HOST_API DisplayMatrix {
 
 /// One layout of the pipeline, with its name.
 struct QUORVA_HOST_API LayoutRecord {
-    ChannelLayout layout;
-    uint8_t channels;
+    ChannelLayout layout;     ///< which it is
+    uint8_t channels;         ///< how many
     const std::string* name;  ///< never null
 
     /// The layout usual for a channel count; the record of ChannelLayout::None when there is none. Never
@@ -232,9 +234,9 @@ struct QUORVA_HOST_API LayoutRecord {
 
 /// One sample format, with its name.
 struct QUORVA_HOST_API SampleFormatRecord {
-    SampleFormats format;
-    std::string name;
-    bool planar;
+    SampleFormats format;  ///< which it is
+    std::string name;      ///< as FFmpeg has it
+    bool planar;           ///< a plane for each channel
 
     /// Null for SampleFormats::NONE and unknown numbers.
     static const SampleFormatRecord* Find(SampleFormats format) noexcept;
@@ -257,6 +259,7 @@ struct QUORVA_HOST_API SampleInfo {
 /// How one elementary stream is coded.
 class QUORVA_HOST_API IFormatCodec : public virtual IRefCountable {
 public:
+    /// What a stream is made of.
     enum class Kind : int32_t { Video = 1, Audio = 2, Other = 3, Subtitle = 4 };
 
     static constexpr int64_t MIN_QUALITY = 1;  ///< best
@@ -277,19 +280,20 @@ protected:
     ~IFormatCodec() override;
 };
 
+/// How a stream of pictures is coded. What may be unknown has an Exists beside its Get, which then gives 0.
 class QUORVA_HOST_API IFormatCodecVideo : public virtual IFormatCodec {
 public:
     virtual unsigned int GetWidth() const noexcept = 0;  ///< pixels
     virtual unsigned int GetHeight() const noexcept = 0;
-    virtual unsigned int GetPixelAspectX() const noexcept = 0;
+    virtual unsigned int GetPixelAspectX() const noexcept = 0;  ///< shape of a pixel, x : y
     virtual unsigned int GetPixelAspectY() const noexcept = 0;
-    virtual PixFmt GetPixelFormat() const noexcept = 0;
-    virtual bool ExistsBitsPerPixel() const noexcept = 0;
+    virtual PixFmt GetPixelFormat() const noexcept = 0;     ///< of the pictures, decoded
+    virtual bool ExistsBitsPerPixel() const noexcept = 0;   ///< of the coded picture
     virtual int GetBitsPerPixel() const noexcept = 0;
-    virtual ColorSpace GetColorSpace() const noexcept = 0;
-    virtual bool ExistsDisplayMatrix() const noexcept = 0;
+    virtual ColorSpace GetColorSpace() const noexcept = 0;  ///< of the pictures
+    virtual bool ExistsDisplayMatrix() const noexcept = 0;  ///< how to show them
     virtual DisplayMatrix GetDisplayMatrix() const noexcept = 0;
-    virtual bool ExistsFrameCropping() const noexcept = 0;
+    virtual bool ExistsFrameCropping() const noexcept = 0;  ///< what to cut off
     virtual FrameCropping GetFrameCropping() const noexcept = 0;
 
 #include "host/Rows/VideoCodecs.inc"
@@ -298,12 +302,13 @@ protected:
     ~IFormatCodecVideo() override;
 };
 
+/// How a stream of sound is coded; likewise.
 class QUORVA_HOST_API IFormatCodecAudio : public virtual IFormatCodec {
 public:
-    virtual SampleInfo GetSampleInfo() const = 0;
-    virtual bool ExistsBitsPerSample() const noexcept = 0;
+    virtual SampleInfo GetSampleInfo() const = 0;          ///< of the sound, decoded
+    virtual bool ExistsBitsPerSample() const noexcept = 0;  ///< of the coded sound
     virtual int GetBitsPerSample() const noexcept = 0;
-    virtual bool ExistsFrameSize() const noexcept = 0;
+    virtual bool ExistsFrameSize() const noexcept = 0;  ///< a fixed one
     virtual int GetFrameSize() const noexcept = 0;       ///< samples per channel in a coded frame
     virtual int GetBlockAlignment() const noexcept = 0;  ///< bytes, 0 when there is none
     virtual bool ExistsInitialPadding() const noexcept = 0;
@@ -315,6 +320,7 @@ protected:
     ~IFormatCodecAudio() override;
 };
 
+/// How a stream of subtitles is coded.
 class QUORVA_HOST_API IFormatCodecSubtitle : public virtual IFormatCodec {
 public:
 #include "host/Rows/SubtitleCodecs.inc"

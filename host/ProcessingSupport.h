@@ -53,6 +53,7 @@ struct ProbeResult {
 /// A video frame of the pipeline.
 class QUORVA_HOST_API IDataVideo : public virtual IRefCountable {
 public:
+    /// How it is to be shown.
     struct Picture {
         int32_t width = 0;  ///< pixels
         int32_t height = 0;
@@ -60,8 +61,8 @@ public:
         int32_t aspectY = 0;
     };
 
-    virtual const Picture& GetPicture() const noexcept = 0;
-    virtual PixFmt GetPixelFormat() const noexcept = 0;
+    virtual const Picture& GetPicture() const noexcept = 0;  ///< its size and the shape of its pixels
+    virtual PixFmt GetPixelFormat() const noexcept = 0;      ///< as in the frame
     virtual AVFrame* GetFrame() const noexcept = 0;  ///< owned by this object; never null
 
 protected:
@@ -82,7 +83,7 @@ protected:
 /// A subtitle of the pipeline.
 class QUORVA_HOST_API IDataSubtitle : public virtual IRefCountable {
 public:
-    virtual const AVSubtitle& GetSubtitle() const noexcept = 0;
+    virtual const AVSubtitle& GetSubtitle() const noexcept = 0;  ///< lives as long as the object
 
 protected:
     ~IDataSubtitle() override;

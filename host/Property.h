@@ -11,6 +11,7 @@
 
 namespace Quorva {
 
+/// What a Property holds.
 enum class PropertyTypes : int32_t {
     Empty = 0,
     Boolean = 1,
@@ -27,6 +28,7 @@ namespace Core {
 class QUORVA_HOST_API Property {
 public:
     Property() = default;  ///< no name, no value
+    /// A value under a name. Numbers of 32 bits are kept as ones of 64, text and bytes as copies.
     Property(std::string name, bool value);
     Property(std::string name, double value);
     Property(std::string name, int64_t value);
@@ -37,7 +39,8 @@ public:
     /// A group of `children`, in order.
     static Property Group(std::string name, std::vector<Property> children = {});
 
-    PropertyTypes Type() const noexcept;
+    PropertyTypes Type() const noexcept;  ///< what it holds
+    /// What it is called; empty where it has no name.
     const std::string& Name() const noexcept { return name; }
     /// Children of a group; 0 for anything else.
     uint64_t Count() const noexcept;

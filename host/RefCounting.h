@@ -18,6 +18,7 @@ public:
     IRefCountable(const IRefCountable&) = delete;
     IRefCountable& operator=(const IRefCountable&) = delete;
 
+    /// One more holds the object.
     virtual void AddRef() const noexcept = 0;
     /// Deletes the object when its last reference goes.
     virtual void Release() const noexcept = 0;

@@ -30,8 +30,8 @@ struct TESSADRIN_API SwsItem {
 
 /// A whole conversion.
 struct SwsCtxParams {
-    SwsItem src;
-    SwsItem dst;
+    SwsItem src;                                                     ///< what is read
+    SwsItem dst;                                                     ///< what is written
     int flags = SWS_FAST_BILINEAR;                                   ///< SWS_*: one algorithm, and modifiers
     std::optional<std::pair<double, double>> params = std::nullopt;  ///< the algorithm's two parameters
 };
@@ -51,6 +51,7 @@ concept FrameHolder = std::convertible_to<decltype(std::declval<const T&>().get(
 /// reference of its own.
 struct SwsSource {
     SwsSource() = default;
+    /// The planes of a frame.
     explicit SwsSource(const AVFrame& frame)
     {
         for (int plane = 0; plane < 4; ++plane) {
@@ -62,13 +63,14 @@ struct SwsSource {
     explicit SwsSource(const AVFrame* frame) : SwsSource(Details::GetAVFrameRef(frame)) {}
     explicit SwsSource(const FrameHolder auto& holder) : SwsSource(Details::GetAVFrameRef(holder.get())) {}
 
-    const uint8_t* data[4] = {};
-    int linesize[4] = {};
+    const uint8_t* data[4] = {};  ///< first byte of the first row; null where there is no such plane
+    int linesize[4] = {};         ///< bytes from one row to the next; negative for rows that run upwards
 };
 
 /// Planes to write: as SwsSource.
 struct SwsDestination {
     SwsDestination() = default;
+    /// The planes of a frame.
     explicit SwsDestination(const AVFrame& frame)
     {
         for (int plane = 0; plane < 4; ++plane) {
@@ -83,7 +85,7 @@ struct SwsDestination {
     {
     }
 
-    uint8_t* data[4] = {};
+    uint8_t* data[4] = {};  ///< as in SwsSource, both
     int linesize[4] = {};
 };
 
@@ -161,6 +163,7 @@ private:
 class TESSADRIN_API SafeSwsContext::Exception : public ProcException, public SwsCtxParams {
 public:
     Exception() = default;
+    /// @param params  what was asked for
     explicit Exception(const SwsCtxParams& params) : SwsCtxParams(params) {}
     Exception(const Exception&) = default;
     ~Exception() override;

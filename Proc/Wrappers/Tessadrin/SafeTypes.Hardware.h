@@ -63,6 +63,7 @@ public:
 
     AVFrame* get() const noexcept { return frame; }  ///< owned by this object; null when moved from
     AVFrame* operator->() const noexcept { return frame; }
+    /// Whether the picture is memory of its own, which goes with it.
     bool OwnsData() const noexcept { return ownsData; }
     void Swap(SafeFrame& other) noexcept
     {

@@ -22,8 +22,9 @@ namespace Quorva {
 
 /// 64-bit FNV-1a over the bytes of a string; letter case counts.
 struct CaseSensitiveHash {
-    using is_transparent = void;
+    using is_transparent = void;  ///< takes any kind of string
 
+    /// The hash of the bytes.
     constexpr size_t operator()(std::string_view text) const noexcept
     {
         uint64_t hash = 14695981039346656037u;
@@ -70,6 +71,7 @@ public:
             avcodec_flush_buffers(get());
     }
 
+    /// AV_CODEC_CAP_* of the codec; 0 without one.
     int GetCapabilities() const noexcept { return capabilities; }
 
 private:

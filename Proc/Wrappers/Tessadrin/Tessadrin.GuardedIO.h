@@ -29,6 +29,7 @@ public:
     StreamFailure(const StreamFailure&) = delete;
     StreamFailure& operator=(const StreamFailure&) = delete;
 
+    /// Whether a stream has thrown.
     bool IsSet() const noexcept { return first != nullptr; }
     /// @throws  what was kept, if anything was; it stays kept.
     void Check() const;

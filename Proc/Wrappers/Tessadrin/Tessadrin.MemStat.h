@@ -16,7 +16,7 @@ namespace Quorva::Proc {
 /// The numbers of one record. This library counts nothing: they stay at their start until an allocator of the
 /// process is taught to write them.
 struct MemStatRecord {
-    std::string name;
+    std::string name;                       ///< of who allocates
     uint32_t peak = 0;                      ///< most bytes held at once
     uint32_t current = 0;                   ///< bytes held now
     uint32_t allocations = 0;               ///< so far
