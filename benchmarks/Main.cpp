@@ -48,7 +48,8 @@ void Tell(const Result& r)
     fmt::print("{:<62} {:>9.4g}  ({:.4g} to {:.4g}){}\n", r.name, r.ratio, r.lowerQuartile, r.upperQuartile,
                r.ratio > r.limit ? fmt::format("  over {:.4g}", r.limit) : "");
     if (r.instructions > 0)
-        fmt::print("{:>62} {:+.0f} instructions on {:.0f}\n", "", r.instructions - r.peersInstructions, r.peersInstructions);
+        fmt::print("{:>62} {:+.0f} instructions on {:.0f}\n", "", r.instructions - r.peersInstructions,
+                   r.peersInstructions);
     std::fflush(stdout);
 }
 

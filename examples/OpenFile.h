@@ -4,7 +4,6 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.h"
 
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -16,8 +15,9 @@ struct Close {
 
 class OpenFile {
 public:
-    explicit OpenFile(const std::string& path) : OpenFile(Quorva::Core::DataInputFile::Create(path.c_str())) {}
-    explicit OpenFile(boost::intrusive_ptr<Quorva::Core::IDataInput> input) : stream(std::move(input))
+    using Input = boost::intrusive_ptr<Quorva::Core::IDataInput>;
+    explicit OpenFile(const char* path) : OpenFile(Quorva::Core::DataInputFile::Create(path)) {}
+    explicit OpenFile(Input input) : stream(std::move(input))
     {
         using namespace Quorva::Proc;
         const auto probe = MovieProbe::Create(stream, 64 * 1024);
@@ -29,11 +29,10 @@ public:
             Details::Throw<ProcException>("{} is not read here ('{}')", stream->GetName(), found.format);
         io.emplace(stream, GuardedIO::SIZE, failure);
         AVFormatContext* fresh = avformat_alloc_context();
-        if (!fresh)
-            throw std::bad_alloc();
         fresh->pb = io->Get();
-        Check(avformat_open_input(&fresh, stream->GetName().c_str(), demuxer->second, nullptr));  // frees it when it fails
-        context.reset(fresh);
+        const int result = avformat_open_input(&fresh, stream->GetName().c_str(), demuxer->second, nullptr);
+        context.reset(fresh);  // null where it failed
+        Check(result);
         Check(avformat_find_stream_info(context.get(), nullptr));
     }
 
@@ -66,14 +65,14 @@ public:
 private:
     bool Check(int result) const
     {
+        using namespace Quorva::Proc;
         failure.Check();  // what the stream threw is the better reason
         if (result < 0)
-            Quorva::Proc::Details::Throw<Quorva::Proc::ProcException>(
-                "{}", Quorva::Proc::GetErrorDescriptionFFMPEG(result));
+            Details::Throw<ProcException>("{}", GetErrorDescriptionFFMPEG(result));
         return true;
     }
 
-    boost::intrusive_ptr<Quorva::Core::IDataInput> stream;
+    const Input stream;
     Quorva::Proc::StreamFailure failure;
     std::optional<Quorva::Proc::GuardedIO> io;
     std::unique_ptr<AVFormatContext, Close> context;  // last: closed before what it reads from

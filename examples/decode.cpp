@@ -25,7 +25,8 @@ try {
         // Null drains the decoder: it may hold pictures back until the end.
         avcodec_send_packet(decoder.get(), more ? packet.get() : nullptr);
         while (wanted > 0 && avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
-            const int64_t time = Proc::stream_to_global(frame->best_effort_timestamp, file->streams[index]->time_base);
+            const int64_t time =
+                Proc::stream_to_global(frame->best_effort_timestamp, file->streams[index]->time_base);
             std::printf("%dx%d at %.3f s\n", frame->width, frame->height, static_cast<double>(time) / 1e6);
             Proc::AVFrame_SaveToBmp(frame->width, frame->height, frame.get(), argv[2]);
             --wanted;

@@ -1,9 +1,9 @@
 // Shows everything that a failure tells, and what FFmpeg said meanwhile: failures FILE
 #include "OpenFile.h"
 
+#include <glog/logging.h>
 #include <boost/exception/get_error_info.hpp>
 #include <boost/exception/info.hpp>
-#include <glog/logging.h>
 
 #include <cstdio>
 #include <mutex>

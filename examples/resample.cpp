@@ -31,8 +31,9 @@ try {
         for (int channel = 0; channel < 2; ++channel) {
             auto* values = reinterpret_cast<float*>(input->GetFrame()->extended_data[channel]);
             for (int i = 0; i < count; ++i)
-                values[i] = static_cast<float>(
-                    0.5 * std::sin(2 * std::numbers::pi * 440 * static_cast<double>(begin + i) / from.sampleRate));
+                values[i] =
+                    static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 440 *
+                                                      static_cast<double>(begin + i) / from.sampleRate));
         }
         take(resampler.Convert(input, output, 0));
     }

@@ -52,7 +52,8 @@ try {
         avcodec_send_packet(decoder.get(), more ? packet.get() : nullptr);  // damaged ones are left out
         while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
             const auto room = MakeRefCounted<Proc::AudioData>(to, frame->nb_samples + 64);
-            room->SetSampleCount(resampler.Convert(MakeRefCounted<Proc::AudioData>(*frame.get(), from), room, 0));
+            room->SetSampleCount(
+                resampler.Convert(MakeRefCounted<Proc::AudioData>(*frame.get(), from), room, 0));
             room->GetFrame()->pts = samples;
             samples += room->GetSampleCount();
             check(avcodec_send_frame(encoder.get(), room->GetFrame()));

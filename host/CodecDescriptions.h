@@ -41,9 +41,9 @@ public:
     unsigned int height = 0;
     unsigned int pixelAspectX = 0;  ///< shape of a pixel, x : y; 0 : 1 when unknown
     unsigned int pixelAspectY = 1;
-    PixFmt pixelFormat = PixFmt::NONE;  ///< of the pictures, decoded
-    std::optional<int> bitsPerPixel;  ///< of the coded picture
-    ColorSpace colorSpace;            ///< of the pictures
+    PixFmt pixelFormat = PixFmt::NONE;           ///< of the pictures, decoded
+    std::optional<int> bitsPerPixel;             ///< of the coded picture
+    ColorSpace colorSpace;                       ///< of the pictures
     std::optional<DisplayMatrix> displayMatrix;  ///< how to show them, where that isn't as they are
     std::optional<FrameCropping> frameCropping;  ///< what to cut off
 

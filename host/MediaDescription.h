@@ -63,7 +63,7 @@ public:
     uint8_t components;    ///< 0 for formats in device memory
     uint8_t chromaShiftX;  ///< chroma width is width / 2^shift, rounded up
     uint8_t chromaShiftY;
-    uint32_t flags;        ///< FLAG_*
+    uint32_t flags;  ///< FLAG_*
 
 private:
     const char* name;  ///< static text
@@ -287,8 +287,8 @@ public:
     virtual unsigned int GetHeight() const noexcept = 0;
     virtual unsigned int GetPixelAspectX() const noexcept = 0;  ///< shape of a pixel, x : y
     virtual unsigned int GetPixelAspectY() const noexcept = 0;
-    virtual PixFmt GetPixelFormat() const noexcept = 0;     ///< of the pictures, decoded
-    virtual bool ExistsBitsPerPixel() const noexcept = 0;   ///< of the coded picture
+    virtual PixFmt GetPixelFormat() const noexcept = 0;    ///< of the pictures, decoded
+    virtual bool ExistsBitsPerPixel() const noexcept = 0;  ///< of the coded picture
     virtual int GetBitsPerPixel() const noexcept = 0;
     virtual ColorSpace GetColorSpace() const noexcept = 0;  ///< of the pictures
     virtual bool ExistsDisplayMatrix() const noexcept = 0;  ///< how to show them
@@ -305,10 +305,10 @@ protected:
 /// How a stream of sound is coded; likewise.
 class QUORVA_HOST_API IFormatCodecAudio : public virtual IFormatCodec {
 public:
-    virtual SampleInfo GetSampleInfo() const = 0;          ///< of the sound, decoded
+    virtual SampleInfo GetSampleInfo() const = 0;           ///< of the sound, decoded
     virtual bool ExistsBitsPerSample() const noexcept = 0;  ///< of the coded sound
     virtual int GetBitsPerSample() const noexcept = 0;
-    virtual bool ExistsFrameSize() const noexcept = 0;  ///< a fixed one
+    virtual bool ExistsFrameSize() const noexcept = 0;   ///< a fixed one
     virtual int GetFrameSize() const noexcept = 0;       ///< samples per channel in a coded frame
     virtual int GetBlockAlignment() const noexcept = 0;  ///< bytes, 0 when there is none
     virtual bool ExistsInitialPadding() const noexcept = 0;

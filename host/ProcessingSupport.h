@@ -63,7 +63,7 @@ public:
 
     virtual const Picture& GetPicture() const noexcept = 0;  ///< its size and the shape of its pixels
     virtual PixFmt GetPixelFormat() const noexcept = 0;      ///< as in the frame
-    virtual AVFrame* GetFrame() const noexcept = 0;  ///< owned by this object; never null
+    virtual AVFrame* GetFrame() const noexcept = 0;          ///< owned by this object; never null
 
 protected:
     ~IDataVideo() override;

@@ -114,7 +114,8 @@ TEST(Help, EveryCommandTeachesByExamples)
     const Outcome slip = RunProgram({"help", "convrt"});
     EXPECT_EQ(slip.code, 2);
     EXPECT_THAT(slip.errors, HasSubstr("did you mean 'convert'?"));
-    EXPECT_THAT(RunProgram({"--version"}).output, ContainsRegex("libavcodec +built with 61[.0-9]+ +running 61"));
+    EXPECT_THAT(RunProgram({"--version"}).output,
+                ContainsRegex("libavcodec +built with 61[.0-9]+ +running 61"));
 }
 
 TEST(Help, ShellsCompleteByIt)
@@ -122,9 +123,10 @@ TEST(Help, ShellsCompleteByIt)
     const TemporaryFolder folder;
     folder.Put("completion", RunProgram({"help", "--as", "bash"}).output);
     const auto complete = [&](const std::string& words, int position, const std::string& word) {
-        folder.Put("ask", "source " + folder.At("completion") + "\nCOMP_WORDS=(" + words + ")\nCOMP_CWORD=" +
-                              std::to_string(position) + "\n_tessadrin tessadrin '" + word + "' \"${COMP_WORDS[" +
-                              std::to_string(position - 1) + "]}\"\necho \"${COMPREPLY[*]}\" >" + folder.At("answer"));
+        folder.Put("ask", "source " + folder.At("completion") + "\nCOMP_WORDS=(" + words +
+                              ")\nCOMP_CWORD=" + std::to_string(position) + "\n_tessadrin tessadrin '" +
+                              word + "' \"${COMP_WORDS[" + std::to_string(position - 1) +
+                              "]}\"\necho \"${COMPREPLY[*]}\" >" + folder.At("answer"));
         EXPECT_EQ(std::system(("bash " + folder.At("ask")).c_str()), 0);
         std::ifstream file(folder.At("answer"));
         std::string line;

@@ -165,10 +165,11 @@ void AddCodecs(CLI::App& app, Program& program)
          {command->add_flag("--decoders", options->decoders, "List every decoder of this FFmpeg instead"),
           command->add_flag("--encoders", options->encoders, "List every encoder of this FFmpeg instead")})
         trace->excludes(names)->excludes(json);
-    command->footer("Examples:\n"
-                    "  tessadrin codecs                   every codec, what decodes it and what encodes it\n"
-                    "  tessadrin codecs h264 aac          these two\n"
-                    "  tessadrin codecs --encoders        all that this FFmpeg can encode with");
+    command->footer(
+        "Examples:\n"
+        "  tessadrin codecs                   every codec, what decodes it and what encodes it\n"
+        "  tessadrin codecs h264 aac          these two\n"
+        "  tessadrin codecs --encoders        all that this FFmpeg can encode with");
     command->callback([options, &program] {
         program.command = [options](const Program& chosen) { return RunCodecs(*options, chosen); };
     });

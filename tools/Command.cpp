@@ -21,10 +21,11 @@ std::shared_ptr<bool> AddDoctor(CLI::App& app)
     CLI::App* command = app.add_subcommand(
         "doctor", "Tell whether the library can be loaded with this FFmpeg, and what it lacks");
     command->add_flag("--json", *json, "Print one JSON document");
-    command->footer("Exit codes: 0 it can be loaded, 1 it can't.\n\n"
-                    "Examples:\n"
-                    "  tessadrin doctor                           for people\n"
-                    "  tessadrin doctor --json | jq .lacking      for programs (docs/doctor.schema.json)");
+    command->footer(
+        "Exit codes: 0 it can be loaded, 1 it can't.\n\n"
+        "Examples:\n"
+        "  tessadrin doctor                           for people\n"
+        "  tessadrin doctor --json | jq .lacking      for programs (docs/doctor.schema.json)");
     command->callback([json] {});  // keeps it as long as the command lives
     return json;
 }

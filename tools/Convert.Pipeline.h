@@ -1,10 +1,10 @@
 /// @file
 /// How the stages of a conversion work at the same time, and what they give stays in one order.
 ///
-/// One thread reads packets and writes packets. Each encoded stream has two threads more, one that decodes and
-/// one that scales or resamples and encodes, beside those of FFmpeg's codecs. What comes of a packet of the
-/// input is a step, and steps are written in the order in which they were begun: the output is the same to the
-/// byte as if one thread had done all.
+/// One thread reads packets and writes packets. Each encoded stream has two threads more, one that decodes
+/// and one that scales or resamples and encodes, beside those of FFmpeg's codecs. What comes of a packet of
+/// the input is a step, and steps are written in the order in which they were begun: the output is the same
+/// to the byte as if one thread had done all.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Frames.h"
@@ -165,7 +165,8 @@ private:
     boost::circular_buffer<Thing> things;
 };
 
-/// Packets that are decoded in a thread, and frames that are made new in another one. Both end with the object.
+/// Packets that are decoded in a thread, and frames that are made new in another one. Both end with the
+/// object.
 class CodedPath final : public Path {
 public:
     CodedPath(Steps& steps, std::unique_ptr<StepSink> sink, StreamDecoder decoder,

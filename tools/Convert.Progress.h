@@ -10,9 +10,10 @@ namespace Quorva::Tool {
 
 /// A line on the terminal, or JSON lines for programs; gone, or ended, with the object.
 ///
-/// The JSON lines (docs/progress.schema.json) have the members "type": "progress", "pass", "position" and "duration" (microseconds of the
-/// output, null where unknown), "speed" (of playing), "time_left" (microseconds, null where unknown) and
-/// "bytes"; the last one is of the type "end" and has "state" besides: complete, stopped or failed.
+/// The JSON lines (docs/progress.schema.json) have the members "type": "progress", "pass", "position" and
+/// "duration" (microseconds of the output, null where unknown), "speed" (of playing), "time_left"
+/// (microseconds, null where unknown) and "bytes"; the last one is of the type "end" and has "state" besides:
+/// complete, stopped or failed.
 class ConvertProgress {
 public:
     enum class Form { None, Terminal, Json };

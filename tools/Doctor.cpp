@@ -97,7 +97,8 @@ void PrintText(const Diagnosis& diagnosis)
 {
     fmt::print("tessadrin {}, FFmpeg {}\n", TESSADRIN_VERSION, av_version_info());
     for (const LibraryVersion& library : diagnosis.versions)
-        fmt::print("  lib{:<11} built with {:<11} running {}\n", library.name, library.built, library.running);
+        fmt::print("  lib{:<11} built with {:<11} running {}\n", library.name, library.built,
+                   library.running);
     fmt::print(
         "\nLacking in this FFmpeg, of what the library names:\n"
         "  decoders  {}\n  encoders  {}\n",

@@ -137,10 +137,11 @@ void AddFormats(CLI::App& app, Program& program)
     command->add_option("FORMAT", options->names, "Only these")->type_name("");
     command->add_flag("--demuxers", options->demuxers, "List FFmpeg's demuxers in the catalogue instead");
     command->add_flag("--json", options->json, "Print one JSON document with all of it");
-    command->footer("Examples:\n"
-                    "  tessadrin formats                  every format, and who reads and writes it\n"
-                    "  tessadrin formats mp4 matroska     these two\n"
-                    "  tessadrin formats --json | jq .    for programs (docs/formats.schema.json)");
+    command->footer(
+        "Examples:\n"
+        "  tessadrin formats                  every format, and who reads and writes it\n"
+        "  tessadrin formats mp4 matroska     these two\n"
+        "  tessadrin formats --json | jq .    for programs (docs/formats.schema.json)");
     command->callback([options, &program] {
         program.command = [options](const Program& chosen) { return RunFormats(*options, chosen); };
     });

@@ -127,7 +127,8 @@ std::vector<std::string> ChoicesOf(const CLI::Option& option)
 
 std::string ManPage(const CLI::App& app)
 {
-    std::string text = ".TH TESSADRIN 1 \"\" \"tessadrin " TESSADRIN_VERSION "\" \"User Commands\"\n"
+    std::string text = ".TH TESSADRIN 1 \"\" \"tessadrin " TESSADRIN_VERSION
+                       "\" \"User Commands\"\n"
                        ".SH NAME\ntessadrin \\- look into media files and convert them\n"
                        ".SH SYNOPSIS\n.B tessadrin\n[\\fIOPTIONS\\fR] \\fICOMMAND\\fR ...\n"
                        ".SH DESCRIPTION\n";
@@ -162,8 +163,8 @@ std::string BashCompletion(const CLI::App& app)
                 continue;
             const std::string names = fmt::format("{}", fmt::join(NamesOf(*option), "|"));
             if (const auto known = ChoicesOf(*option); !known.empty() && withValue.insert(names).second)
-                choices += fmt::format("        {}) COMPREPLY=($(compgen -W '{}' -- \"$word\")); return ;;\n", names,
-                                       fmt::join(known, " "));
+                choices += fmt::format("        {}) COMPREPLY=($(compgen -W '{}' -- \"$word\")); return ;;\n",
+                                       names, fmt::join(known, " "));
         }
     };
     for (const CLI::App* command : CommandsOf(app)) {
@@ -219,15 +220,17 @@ std::string ZshCompletion(const CLI::App& app)
                 std::string description = option->get_description();
                 for (const char* special : {"[", "]", ":"})
                     description = Replaced(description, special, std::string("\\") + special);
-                text += fmt::format("{}{} \\\n", indent, Quoted(fmt::format("*{}[{}]{}", name, description, how)));
+                text += fmt::format("{}{} \\\n", indent,
+                                    Quoted(fmt::format("*{}[{}]{}", name, description, how)));
             }
         return text;
     };
     std::string commands, cases;
     for (const CLI::App* command : CommandsOf(app)) {
         commands += "        " + Quoted(command->get_name() + ":" + command->get_description()) + "\n";
-        cases += fmt::format("        {})\n            _arguments \\\n{}                '*:file:_files'\n            ;;\n",
-                             command->get_name(), specifications(*command, "                "));
+        cases += fmt::format(
+            "        {})\n            _arguments \\\n{}                '*:file:_files'\n            ;;\n",
+            command->get_name(), specifications(*command, "                "));
     }
     return fmt::format(R"SH(#compdef tessadrin
 local -a commands
@@ -270,8 +273,8 @@ std::string FishCompletion(const CLI::App& app)
     };
     add(app, "");
     for (const CLI::App* command : CommandsOf(app)) {
-        text += fmt::format("complete -c tessadrin -n __fish_use_subcommand -f -a {} -d {}\n", command->get_name(),
-                            Quoted(command->get_description()));
+        text += fmt::format("complete -c tessadrin -n __fish_use_subcommand -f -a {} -d {}\n",
+                            command->get_name(), Quoted(command->get_description()));
         add(*command, fmt::format(" -n '__fish_seen_subcommand_from {}'", command->get_name()));
     }
     return text;

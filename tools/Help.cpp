@@ -52,7 +52,8 @@ void AddHelp(CLI::App& app, Program& program)
     };
     const auto options = std::make_shared<HelpOptions>();
     CLI::App* command = app.add_subcommand("help", "Explain a command");
-    command->add_option("COMMAND", options->topic, "Which; without it, what commands there are")->type_name("");
+    command->add_option("COMMAND", options->topic, "Which; without it, what commands there are")
+        ->type_name("");
     std::vector<std::string> names;
     for (const auto& [name, form] : forms)
         names.push_back(name);
@@ -61,9 +62,10 @@ void AddHelp(CLI::App& app, Program& program)
                      "Print all commands as a manual page or for a shell's completion: man, bash, zsh, fish")
         ->check(CLI::IsMember(names))
         ->type_name("FORM");
-    command->footer("Examples:\n"
-                    "  tessadrin help convert                 the same as tessadrin convert --help\n"
-                    "  source <(tessadrin help --as bash)     completion in this shell");
+    command->footer(
+        "Examples:\n"
+        "  tessadrin help convert                 the same as tessadrin convert --help\n"
+        "  source <(tessadrin help --as bash)     completion in this shell");
     command->callback([options, &app, &program] {
         program.command = [options, &app](const Program&) {
             for (const auto& [name, form] : forms)

@@ -87,7 +87,8 @@ int Run(int argc, char** argv)
         "-vvv information, and so on to -vvvvv");
     app.add_flag("-q,--quiet", program.quiet, "No lines about failures and no progress: the exit code tells");
     app.footer(
-        "Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong, 130 stopped by Ctrl-C.\n\n"
+        "Exit codes: 0 all is well, 1 some file failed, 2 the command line is wrong, 130 stopped by "
+        "Ctrl-C.\n\n"
         "Examples:\n"
         "  tessadrin probe film.mkv                what is in it\n"
         "  tessadrin convert film.mkv film.mp4     another container, encoded anew only where needed\n"

@@ -134,11 +134,12 @@ void AddProbe(CLI::App& app, Program& program)
         command->add_flag("--table", options->table, "Print one line for each file, packets counted");
     packets->excludes(count)->excludes(table);
     json->excludes(table);
-    command->footer("Examples:\n"
-                    "  tessadrin probe film.mkv                        container, streams, tags, chapters\n"
-                    "  tessadrin probe --table Films                   a line for each file in a folder\n"
-                    "  tessadrin probe --count film.mkv                read to the end: packets and bytes\n"
-                    "  tessadrin probe --json film.mkv | jq .files     for programs (docs/probe.schema.json)");
+    command->footer(
+        "Examples:\n"
+        "  tessadrin probe film.mkv                        container, streams, tags, chapters\n"
+        "  tessadrin probe --table Films                   a line for each file in a folder\n"
+        "  tessadrin probe --count film.mkv                read to the end: packets and bytes\n"
+        "  tessadrin probe --json film.mkv | jq .files     for programs (docs/probe.schema.json)");
     command->callback([options, &program] {
         program.command = [options](const Program& chosen) { return RunProbe(*options, chosen); };
     });

@@ -10,8 +10,8 @@ namespace Quorva::Tool {
 /// Writes one line, made harmless for terminals, above the status line.
 void WriteLine(std::string_view text);
 
-/// WriteLine() for what went wrong: red where standard error is a terminal that has colours, and NO_COLOR is not
-/// set.
+/// WriteLine() for what went wrong: red where standard error is a terminal that has colours, and NO_COLOR is
+/// not set.
 void WriteComplaint(std::string_view text);
 
 /// Shows `text`, made by Printable(), in place of the status line; an empty one takes it away.
