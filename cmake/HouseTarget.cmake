@@ -13,9 +13,12 @@ function(house_target target)
     CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
-# A shared library that others link: its version, and where its installed form finds the others.
+# A shared library that others link: its version, what it exports, and where its installed form finds the others.
 function(house_library target exportName)
   house_target(${target})
+  set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+  target_link_options(${target} PRIVATE "-Wl,--version-script=${exports}")
+  set_property(TARGET ${target} PROPERTY LINK_DEPENDS "${exports}")
   add_library(Tessadrin::${exportName} ALIAS ${target})
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${exportName} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
