@@ -11,12 +11,6 @@
 #include <cstdlib>
 #include <ctime>
 
-namespace Quorva::Proc::Details {
-
-const Loaded& GetLoaded() noexcept { std::abort(); }
-
-}  // namespace Quorva::Proc::Details
-
 namespace {
 
 double ProcessSeconds()

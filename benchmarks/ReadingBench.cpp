@@ -5,6 +5,7 @@
 #include "benchmarks/support/Rows.h"
 #include "host/FoundationIO.h"
 #include "tests/support/Muxed.h"
+#include "tests/support/Owned.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <benchmark/benchmark.h>
@@ -22,18 +23,6 @@ using namespace Quorva;
 namespace {
 
 constexpr int64_t fileSize = 200'000'000;  // bytes
-
-struct Free {
-    void operator()(AVIOContext* io) const
-    {
-        av_freep(&io->buffer);
-        avio_context_free(&io);
-    }
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, Free>;
 
 /// A file opened by FFmpeg, over the callbacks or, with no buffer size, by itself.
 struct Opened {

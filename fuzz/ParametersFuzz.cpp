@@ -2,16 +2,13 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Parameters.h"
 #include "fuzz/support/Input.h"
 #include "host/CodecDescriptions.h"
+#include "tests/support/Owned.h"
 
 #include <memory>
 
 using namespace Quorva;
 
 namespace {
-
-struct FreeParameters {
-    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
-};
 
 template <class Description>
 boost::intrusive_ptr<Description> Describe(Input& input, const std::string& codec)
@@ -80,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     av_log_set_level(AV_LOG_QUIET);
     Input input(data, size);
-    const std::unique_ptr<AVCodecParameters, FreeParameters> parameters(avcodec_parameters_alloc());
+    const Owned<AVCodecParameters> parameters(avcodec_parameters_alloc());
     for (int i = 0; i < 2; ++i) {  // the second over what the first left
         boost::intrusive_ptr<const Conf::IFormatCodec> codec;
         switch (input.Below(4)) {

@@ -6,6 +6,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "fuzz/support/Input.h"
 #include "host/RefCounting.h"
+#include "tests/support/Owned.h"
 
 #include <memory>
 
@@ -72,24 +73,14 @@ private:
     uint64_t calls = 0;
 };
 
-struct Close {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-    void operator()(AVIOContext* io) const
-    {
-        av_freep(&io->buffer);
-        avio_context_free(&io);
-    }
-};
-
 void Read(Stream& stream)
 {
     constexpr int bufferSize = 4096;
     constexpr int enough = 2000;  // packets: a few bytes can stand for very many
-    const std::unique_ptr<AVIOContext, Close> io(
-        avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize, 0,
-                           Proc::AsOpaque(&stream), Proc::FFReadCallback, nullptr, Proc::FFSeekRCallback));
-    const std::unique_ptr<AVPacket, Close> packet(av_packet_alloc());
+    const Owned<AVIOContext> io(avio_alloc_context(static_cast<uint8_t*>(av_malloc(bufferSize)), bufferSize,
+                                                   0, Proc::AsOpaque(&stream), Proc::FFReadCallback, nullptr,
+                                                   Proc::FFSeekRCallback));
+    const Owned<AVPacket> packet(av_packet_alloc());
     AVFormatContext* fresh = avformat_alloc_context();
     fresh->pb = io.get();
     int result = 0;
@@ -99,7 +90,7 @@ void Read(Stream& stream)
         avformat_free_context(fresh);
         throw;
     }
-    const std::unique_ptr<AVFormatContext, Close> context(fresh);  // empty when opening failed
+    const Owned<AVFormatContext> context(fresh);  // empty when opening failed
     if (result < 0)
         return;
     Tolerate([&] { Proc::GetContainerFormat(context.get()); });

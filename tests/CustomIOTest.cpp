@@ -2,6 +2,7 @@
 
 #include "tests/support/MemoryStreams.h"
 #include "tests/support/Muxed.h"
+#include "tests/support/Owned.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -223,14 +224,6 @@ public:
     int64_t payload = 0;  ///< bytes in all packets
 
 private:
-    struct Free {
-        void operator()(AVIOContext* io) const
-        {
-            av_freep(&io->buffer);
-            avio_context_free(&io);
-        }
-        void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-    };
     static constexpr int readLimit = 200'000;  ///< without end, otherwise
 
     static int Read(void* opaque, uint8_t* buffer, int size)
@@ -258,8 +251,8 @@ private:
 
     boost::intrusive_ptr<Core::IDataInput> input;
     AVFormatContext* context = avformat_alloc_context();
-    std::unique_ptr<AVIOContext, Free> io;
-    const std::unique_ptr<AVPacket, Free> packet{av_packet_alloc()};
+    Owned<AVIOContext> io;
+    const Owned<AVPacket> packet{av_packet_alloc()};
     Damage damage;
 };
 

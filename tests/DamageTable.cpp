@@ -9,6 +9,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
 #include "tests/support/Damage.h"
+#include "tests/support/Owned.h"
 #include "tests/support/Program.h"
 
 #include <fmt/format.h>
@@ -31,11 +32,6 @@ namespace fs = std::filesystem;
 /// Packets by their payload, which tells a packet that was recovered from one that was made up.
 using Packets = std::unordered_map<std::string, int>;
 
-struct Free {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-
 enum Way { FirstError, ReadingOn, Skipping, Converting, ways };
 constexpr const char* wayNames[ways] = {"First error", "Reading on", "Skipping", "`convert`"};
 
@@ -46,7 +42,7 @@ constexpr int patience = 100;
 Packets Read(AVFormatContext* context, Way way)
 {
     Packets packets;
-    const std::unique_ptr<AVPacket, Free> packet(av_packet_alloc());
+    const Owned<AVPacket> packet(av_packet_alloc());
     // Every packet stands for a byte at least; demuxers may go back and read the same again.
     const int64_t most = avio_size(context->pb) + 1000;
     int failures = 0;
@@ -76,7 +72,7 @@ Packets Read(const Damage::Case& damaged, const char* extension, Way way, Damage
     context->pb = io.Get();
     if (avformat_open_input(&context, (damaged.name + "." + extension).c_str(), nullptr, nullptr) < 0)
         return {};
-    const std::unique_ptr<AVFormatContext, Free> owner(context);
+    const Owned<AVFormatContext> owner(context);
     avformat_find_stream_info(context, nullptr);
     return Read(context, way);
 }
@@ -114,7 +110,7 @@ Packets Convert(const Damage::Case& damaged, const char* extension)
     AVFormatContext* context = nullptr;
     if (avformat_open_input(&context, folder.At("out.mkv").c_str(), nullptr, nullptr) < 0)
         return {};
-    const std::unique_ptr<AVFormatContext, Free> owner(context);
+    const Owned<AVFormatContext> owner(context);
     return Read(context, FirstError);
 }
 

@@ -6,6 +6,7 @@
 #include "tests/support/Allocation.h"
 #include "tests/support/Failure.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Owned.h"
 
 extern "C" {
 #include <libavutil/display.h>
@@ -32,10 +33,7 @@ using Conf::ImageOrientation;
 using Conf::SampleFormats;
 using Core::MemoryException;
 
-struct FreeParameters {
-    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
-};
-using Parameters = std::unique_ptr<AVCodecParameters, FreeParameters>;
+using Parameters = Owned<AVCodecParameters>;
 
 Parameters NewParameters() { return Parameters(avcodec_parameters_alloc()); }
 

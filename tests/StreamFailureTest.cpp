@@ -8,6 +8,7 @@
 #include "tests/support/Allocation.h"
 #include "tests/support/MemoryStreams.h"
 #include "tests/support/Muxed.h"
+#include "tests/support/Owned.h"
 
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -96,15 +97,6 @@ private:
     Trap& trap;
 };
 
-struct Free {
-    void operator()(AVIOContext* io) const
-    {
-        av_freep(&io->buffer);
-        avio_context_free(&io);
-    }
-    void operator()(AVFormatContext* context) const { avformat_free_context(context); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
 struct FreeUnlessThrowing {
     void operator()(AVFormatContext* context) const
     {
@@ -112,10 +104,7 @@ struct FreeUnlessThrowing {
             avformat_free_context(context);
     }
 };
-struct Close {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-};
-using Io = std::unique_ptr<AVIOContext, Free>;
+using Io = Owned<AVIOContext>;
 
 Io BareInput(Core::IDataInput* stream)
 {
@@ -131,7 +120,7 @@ Io BareOutput(Core::IDataOutput* stream)
 
 /// Everything that a reader does; what passes through FFmpeg passes through here.
 /// @return  whether it got to the end
-bool ReadAll(AVIOContext* io, std::vector<std::unique_ptr<AVPacket, Free>>* packets = nullptr,
+bool ReadAll(AVIOContext* io, std::vector<Owned<AVPacket>>* packets = nullptr,
              std::vector<AVCodecParameters*>* streams = nullptr)
 {
     AVFormatContext* fresh = avformat_alloc_context();
@@ -143,10 +132,10 @@ bool ReadAll(AVIOContext* io, std::vector<std::unique_ptr<AVPacket, Free>>* pack
         avformat_free_context(fresh);
         throw;
     }
-    const std::unique_ptr<AVFormatContext, Close> context(fresh);
+    const Owned<AVFormatContext> context(fresh);
     avformat_find_stream_info(fresh, nullptr);
     for (;;) {
-        std::unique_ptr<AVPacket, Free> packet(av_packet_alloc());
+        Owned<AVPacket> packet(av_packet_alloc());
         const int result = av_read_frame(fresh, packet.get());
         if (result < 0) {
             for (unsigned i = 0; streams && i < fresh->nb_streams; ++i) {
@@ -180,7 +169,7 @@ struct Source {
     }
 
     const std::vector<uint8_t> bytes;
-    std::vector<std::unique_ptr<AVPacket, Free>> packets;
+    std::vector<Owned<AVPacket>> packets;
     std::vector<AVCodecParameters*> streams;
 };
 
@@ -203,7 +192,7 @@ bool WriteAll(AVIOContext* io, const char* muxer, const Source& source)
         return false;  // and no trailer either
     bool content = true;
     for (const auto& original : source.packets) {
-        const std::unique_ptr<AVPacket, Free> packet(av_packet_clone(original.get()));
+        const Owned<AVPacket> packet(av_packet_clone(original.get()));
         av_packet_rescale_ts(packet.get(), {1, 1000}, context->streams[packet->stream_index]->time_base);
         content = content && av_interleaved_write_frame(fresh, packet.get()) >= 0;
     }

@@ -7,9 +7,9 @@ namespace Quorva::Tool {
 
 namespace {
 
-/// Enough that neither thread waits for the other's wake-up; every picture more costs its memory.
-constexpr size_t WAITING_PACKETS = 8;
-constexpr size_t WAITING_FRAMES = 2;
+/// Few: every picture on its way costs its memory, and FFmpeg's threads decode and encode ahead as well.
+constexpr size_t WAITING_PACKETS = 2;
+constexpr size_t WAITING_FRAMES = 1;
 
 }  // namespace
 
@@ -91,6 +91,8 @@ void CodedPath::DecodeAll(const std::stop_token& stop)
         Decoded end;
         end.step = input->step;
         end.last = !input->packet;
+        frames.AwaitRoom(
+            stop);  // a decoded picture that waits here takes as much memory as one in the channel
         try {
             if (!stage->IsDone())
                 Decode(*input, stop);

@@ -147,6 +147,13 @@ public:
         return true;
     }
 
+    /// Waits until Push() needn't.
+    void AwaitRoom(const std::stop_token& stop)
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, stop, [this] { return !things.full(); });
+    }
+
     /// @return nothing when the thread was asked to stop
     std::optional<Thing> Pop(const std::stop_token& stop)
     {

@@ -12,20 +12,12 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdlib>
 #include <functional>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
-
-namespace Quorva::Proc::Details {
-
-// This part of the program is made of the library's own files, all but the one that loads it.
-const Loaded& GetLoaded() noexcept { std::abort(); }
-
-}  // namespace Quorva::Proc::Details
 
 namespace Quorva::Tool {
 

@@ -1,16 +1,11 @@
 // Pictures to work on.
 #pragma once
 
-#include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "tests/support/Owned.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-using Frame = std::unique_ptr<AVFrame, FreeFrame>;
+using Frame = Owned<AVFrame>;
 
 /// With memory, aligned as FFmpeg likes it, of no defined contents.
 inline Frame NewFrame(AVPixelFormat format, int width, int height)

@@ -2,6 +2,7 @@
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "tests/support/MemoryStreams.h"
+#include "tests/support/Owned.h"
 
 #include <memory>
 #include <random>
@@ -23,20 +24,6 @@ T* Checked(T* pointer, const std::string& step)
     Checked(pointer ? 0 : AVERROR(ENOMEM), step);
     return pointer;
 }
-
-struct Free {
-    void operator()(AVIOContext* io) const
-    {
-        av_freep(&io->buffer);
-        avio_context_free(&io);
-    }
-    void operator()(AVFormatContext* context) const { avformat_free_context(context); }
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, Free>;
 
 template <class T>
 T FirstSupported(const AVCodecContext& context, AVCodecConfig config, T otherwise)
