@@ -4,7 +4,9 @@ set -eu
 cd "$(dirname "$0")"
 media=$(echo ./*.mp4)
 apt-get install -qy --no-install-recommends ./*.deb
-! dpkg -l '*tessadrin*' | grep -q '^i[^i]'
+if dpkg -l '*tessadrin*' | grep -q '^i[^i]'; then
+    exit 1
+fi
 
 tessadrin doctor >doctor.txt
 tessadrin probe "$media" >probe.txt

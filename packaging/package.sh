@@ -34,6 +34,7 @@ archives=${TESSADRIN_CACHE:-$HOME/.cache/tessadrin}/archives
 mkdir -p "$archives" try
 cp ./*.deb "$media" try/
 cp -r "$checkout/examples" "$checkout/packaging/check.sh" try/
+# shellcheck disable=SC2016  # the hooks' "$1"
 mmdebstrap --variant=minbase --format=null --aptopt='APT::Install-Recommends "false"' \
     --aptopt='APT::Sandbox::User "root"' --dpkgopt=force-unsafe-io --skip=download/empty,essential/unlink,cleanup/apt \
     --setup-hook='mkdir -p "$1/var/cache/apt/archives"' \

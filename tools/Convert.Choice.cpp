@@ -146,11 +146,11 @@ bool TakesLayout(const Proc::SafeEncoderCodec& encoder, const Conf::LayoutRecord
 }
 
 /// What the encoder takes instead of `layout`: as many channels elsewhere, or else fewer, the most it takes.
-const Conf::LayoutRecord& NearestLayout(const Proc::SafeEncoderCodec& encoder,
+const Conf::LayoutRecord* NearestLayout(const Proc::SafeEncoderCodec& encoder,
                                         const Conf::LayoutRecord& layout)
 {
     if (TakesLayout(encoder, layout))
-        return layout;
+        return &layout;
     const Conf::LayoutRecord* best = nullptr;
     for (const AVChannelLayout& candidate :
          Supported<AVChannelLayout>(encoder, AV_CODEC_CONFIG_CHANNEL_LAYOUT)) {
@@ -164,7 +164,7 @@ const Conf::LayoutRecord& NearestLayout(const Proc::SafeEncoderCodec& encoder,
     if (!best)
         ThrowRefused(
             fmt::format("encoder {} takes no channel layout near {}", encoder.Get()->name, *layout.name));
-    return *best;
+    return best;
 }
 
 /// Names that all encoders have, as "g" and "bf".
@@ -346,7 +346,7 @@ Conf::SampleInfo ChooseSampleInfo(const Proc::SafeEncoderCodec& encoder, const C
         options.channels.empty() ? *source.layout : LayoutNamed(options.channels);
     if (!options.channels.empty() && !TakesLayout(encoder, wanted))
         ThrowRefused(fmt::format("encoder {} doesn't take channel layout {}; {} would be the nearest",
-                                 encoder.Get()->name, *wanted.name, *NearestLayout(encoder, wanted).name));
+                                 encoder.Get()->name, *wanted.name, *NearestLayout(encoder, wanted)->name));
     const int rate = options.sampleRate.value_or(source.sampleRate);
     const std::vector<int> encodersRates = Supported<int>(encoder, AV_CODEC_CONFIG_SAMPLE_RATE);
     const int nearest = NearestRate(rates.empty() ? encodersRates : rates, rate);
@@ -355,7 +355,7 @@ Conf::SampleInfo ChooseSampleInfo(const Proc::SafeEncoderCodec& encoder, const C
                                  rate, encoder.Get()->name, nearest));
     const AVSampleFormat format =
         ChooseSampleFormat(encoder, Proc::SampleFormatFFMPEGFromQuorva(source.format->format));
-    return {nearest, Proc::SampleFormatQuorvaFromFFMPEG(format), NearestLayout(encoder, wanted).layout};
+    return {nearest, Proc::SampleFormatQuorvaFromFFMPEG(format), NearestLayout(encoder, wanted)->layout};
 }
 
 void ShareOutOptions(Plan& plan, const ConvertOptions& options)

@@ -27,10 +27,15 @@ ConvertProgress::ConvertProgress(Form form, std::optional<int64_t> duration, boo
 
 ConvertProgress::~ConvertProgress()
 {
-    if (form == Form::Terminal)
-        ShowStatus({});
-    if (form == Form::Json && !ended)
-        ShowJson("failed");
+    try {
+        if (form == Form::Terminal)
+            ShowStatus({});
+        if (form == Form::Json && !ended)
+            ShowJson("failed");
+    } catch (...) {
+        // No memory for a last line; the exit code says the same.
+        return;
+    }
 }
 
 void ConvertProgress::BeginPass(int number, int count)

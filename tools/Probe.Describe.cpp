@@ -118,7 +118,7 @@ VideoReport DescribeVideo(AVFormatContext* context, AVStream* stream, bool still
     if (parameters.color_range != AVCOL_RANGE_UNSPECIFIED)
         video.range = av_color_range_name(parameters.color_range);
     if (const uint8_t* data = SideData(parameters, AV_PKT_DATA_FRAME_CROPPING, 16)) {
-        const auto number = [data](int i) {
+        const auto number = [data](size_t i) {
             const uint8_t* at = data + 4 * i;
             return at[0] | uint32_t{at[1]} << 8 | uint32_t{at[2]} << 16 | uint32_t{at[3]} << 24;
         };

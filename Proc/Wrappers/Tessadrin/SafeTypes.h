@@ -53,7 +53,7 @@ public:
             Details::Throw<ParserException>("Can't create codec context");
     }
     SafeCodecContext(SafeCodecContext&& other) noexcept
-        : Owner(std::move(other)), capabilities(std::exchange(other.capabilities, 0))
+        : Owner(other.release()), capabilities(std::exchange(other.capabilities, 0))
     {
     }
     SafeCodecContext& operator=(SafeCodecContext&& other) noexcept

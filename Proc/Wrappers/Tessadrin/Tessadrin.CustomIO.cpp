@@ -47,8 +47,8 @@ void ForgetEnd(AVIOContext* io)
 }
 
 constexpr int retryLimit = 20;
-constexpr int64_t skipStep = 1024;            // bytes
-constexpr int64_t shortestRest = 100 * 1024;  // bytes; with less ahead, an error is the end
+constexpr int64_t skipStep = 1024;         // bytes
+constexpr int64_t shortestRest = 102'400;  // bytes; with less ahead, an error is the end
 
 /// Where `mark` comes next.
 /// @return  its place, INT64_MAX when there is none, -1 when that can't be told
@@ -57,7 +57,7 @@ int64_t FindMark(AVIOContext* io, int64_t from, std::string_view mark)
     ForgetEnd(io);
     if (avio_seek(io, from, SEEK_SET) < 0)
         return -1;
-    std::array<char, 32 * 1024> piece;
+    std::array<char, 32'768> piece;
     size_t kept = 0;  // of the piece before, which may end within the mark
     for (int64_t at = from;;) {
         const int count = avio_read(io, reinterpret_cast<unsigned char*>(piece.data() + kept),

@@ -143,7 +143,7 @@ std::string Dump(int width, int height, const AVFrame& frame, const std::string&
     const std::unique_ptr<AVPacket, Release> packet(CreatePacket(0));
     const int encoded = Encode(encoder, *picture.get(), packet.get());
     const std::string fileName = GetDumpFileName(name, GetNumbers()[name]++, Details::IsKeyFrame(frame));
-    const std::string failure = Write(fileName, *packet);
+    std::string failure = Write(fileName, *packet);
     if (failure.empty() && encoded < 0)
         return fmt::format("the encoder gives nothing for '{}': {}", fileName,
                            GetErrorDescriptionFFMPEG(encoded));
