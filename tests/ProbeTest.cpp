@@ -290,7 +290,6 @@ TEST(Probe, ImagesThatFFmpegWouldOpenByNameAreReadToo)
 TEST(Probe, PlaylistsReachLocalPiecesAndNothingElse)
 {
     const TemporaryFolder folder;
-    const std::string piece = Made("h264-aac.mp4").native();
     std::filesystem::copy_file(Made("h264-aac.ts"), folder.path / "piece.ts");
     const auto playlist = [](const std::string& entry) {
         return "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + entry + "\n#EXT-X-ENDLIST\n";
