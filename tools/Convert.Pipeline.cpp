@@ -11,6 +11,14 @@ namespace {
 constexpr size_t WAITING_PACKETS = 2;
 constexpr size_t WAITING_FRAMES = 1;
 
+/// What the packet holds, in one that can go elsewhere.
+PacketPointer TakenOver(AVPacket& packet)
+{
+    PacketPointer own(Proc::CreatePacket(0));
+    av_packet_move_ref(own.get(), &packet);
+    return own;
+}
+
 }  // namespace
 
 Step& Steps::Begin(int stream)
@@ -46,8 +54,7 @@ bool Steps::WriteFirst(PacketSink& sink, bool wait)
 
 void Steps::Give(Step& step, AVPacket& packet, int stream, AVRational timeBase)
 {
-    PacketPointer own(Proc::CreatePacket(0));
-    av_packet_move_ref(own.get(), &packet);
+    PacketPointer own = TakenOver(packet);
     const std::lock_guard lock(mutex);
     step.results.push_back({std::move(own), stream, timeBase});
     changed.notify_one();
@@ -76,12 +83,7 @@ CodedPath::CodedPath(Steps& steps, std::unique_ptr<StepSink> sink, StreamDecoder
 {
 }
 
-void CodedPath::Take(AVPacket& packet, Step& step)
-{
-    PacketPointer own(Proc::CreatePacket(0));
-    av_packet_move_ref(own.get(), &packet);
-    inputs.Push({std::move(own), &step});
-}
+void CodedPath::Take(AVPacket& packet, Step& step) { inputs.Push({TakenOver(packet), &step}); }
 
 void CodedPath::Finish(Step& step) { inputs.Push({nullptr, &step}); }
 
@@ -91,8 +93,8 @@ void CodedPath::DecodeAll(const std::stop_token& stop)
         Decoded end;
         end.step = input->step;
         end.last = !input->packet;
-        frames.AwaitRoom(
-            stop);  // a decoded picture that waits here takes as much memory as one in the channel
+        // A decoded picture that waits here takes as much memory as one in the channel.
+        frames.AwaitRoom(stop);
         try {
             if (!stage->IsDone())
                 Decode(*input, stop);
