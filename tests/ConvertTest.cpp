@@ -204,12 +204,12 @@ std::string MakeRichFilm(const TemporaryFolder& folder)
                    ";FFMETADATA1\ntitle=A title\nartist=Somebody\n[CHAPTER]\nTIMEBASE=1/1000\n"
                    "START=0\nEND=500\ntitle=First\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=500\n"
                    "END=1000\ntitle=Second\n");
-    RunFFmpeg({"-f", "lavfi", "-i",
-               "testsrc2=s=128x96:r=25:d=1,setsar=4/"
-               "3,format=yuv420p,setparams=color_primaries=bt2020:color_trc=smpte2084:"
-               "colorspace=bt2020nc:range=tv",
-               "-f", "lavfi", "-i", "sine=d=1", "-c:v", "libx264", "-profile:v", "high", "-c:a", "flac",
-               "-strict", "-2", "-metadata:s:a:0", "language=deu", plain});
+    const std::string pictures =
+        "testsrc2=s=128x96:r=25:d=1,setsar=4/3,format=yuv420p,setparams="
+        "color_primaries=bt2020:color_trc=smpte2084:colorspace=bt2020nc:range=tv";
+    RunFFmpeg({"-f", "lavfi", "-i", pictures, "-f", "lavfi", "-i", "sine=d=1", "-c:v", "libx264",
+               "-profile:v", "high", "-c:a", "flac", "-strict", "-2", "-metadata:s:a:0", "language=deu",
+               plain});
     RunFFmpeg({"-display_rotation", "90", "-i", plain, "-i", chapters, "-map", "0", "-map_metadata", "1",
                "-map_chapters", "1", "-c", "copy", "-attach", chapters, "-metadata:s:t",
                "mimetype=text/plain", path});

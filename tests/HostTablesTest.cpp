@@ -320,7 +320,7 @@ TEST(IsoBrands, EveryFormatTheyNameIsKnown)
     EXPECT_EQ(std::set<std::string>(known.begin(), known.end()).size(), known.size());
     EXPECT_THAT(known, AllOf(Contains(File::FORMAT_MOV), Contains(File::FORMAT_MP4)));
 #define BRAND(brand, format) \
-    EXPECT_THAT(known, Contains(Proc::ConvertISOBMFFToFileFormat(Brand(brand)))) << brand;
+    EXPECT_THAT(known, Contains(Proc::ConvertISOBMFFToFileFormat(Brand(brand)))) << (brand);
 #include "host/Rows/IsoBrands.inc"
 #undef BRAND
 }

@@ -46,7 +46,7 @@ bool IsFormer(std::string_view key)
     const std::string_view name =
         key.substr(0, key.size() > 4 && key[key.size() - 4] == '-' ? key.size() - 4 : key.size());
     return std::ranges::any_of(FORMER, [&](std::string_view former) {
-        return former.size() == name.size() && av_strncasecmp(former.data(), name.data(), former.size()) == 0;
+        return std::ranges::equal(former, name, {}, av_tolower, av_tolower);
     });
 }
 

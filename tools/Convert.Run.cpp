@@ -95,7 +95,7 @@ private:
     bool RunPass(OpenedInput& input, int number, ConvertProgress& progress);
     std::unique_ptr<Path> MakePath(OpenedInput& input, size_t index, Pass& pass, int number);
     std::unique_ptr<FrameStage> MakeStage(const AVStream& source, size_t index, PacketSink& sink,
-                                          AVStream* target, EncoderSetting setting);
+                                          AVStream* target, const EncoderSetting& setting);
     TimeFrame GetTimeFrame() const { return {plan.origin, plan.end, options.start.value_or(0) > 0}; }
     void Prepare(OpenedInput& input) const;
     bool Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress);
@@ -165,7 +165,7 @@ void Conversion::Prepare(OpenedInput& input) const
 
 /// @param target  of the output, gets to know what the encoder gives; null in a first pass
 std::unique_ptr<FrameStage> Conversion::MakeStage(const AVStream& source, size_t index, PacketSink& sink,
-                                                  AVStream* target, EncoderSetting setting)
+                                                  AVStream* target, const EncoderSetting& setting)
 {
     const StreamPlan& stream = plan.streams[index];
     std::vector<std::string> remarks;
@@ -198,7 +198,7 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
         EncoderSetting setting = SettingFor(index, number);
         setting.globalHeader = pass.output && pass.output->WantsGlobalHeaders();
         StreamDecoder decoder(stream.decoder, source, options.threads, options.decoderImplementation);
-        auto stage = MakeStage(source, index, *sink, target, std::move(setting));
+        auto stage = MakeStage(source, index, *sink, target, setting);
         path = std::make_unique<CodedPath>(pass.steps, std::move(sink), std::move(decoder), std::move(stage));
     }
     if (target)

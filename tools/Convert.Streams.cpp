@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -36,7 +37,9 @@ FrameSize TargetSize(const FrameSize& from, const std::optional<FrameSize>& aske
     // A side that wasn't given follows the picture's shape as people see it; most encoders want it even.
     const double shape =
         static_cast<double>(from.width) / from.height * (aspect.num > 0 ? av_q2d(aspect) : 1);
-    const auto even = [](double length) { return std::max(2, 2 * static_cast<int>(length / 2 + 0.5)); };
+    const auto even = [](double length) {
+        return std::max(2, 2 * static_cast<int>(std::lround(length / 2)));
+    };
     if (size.width == 0)
         size.width = even(size.height * shape);
     else if (size.height == 0)

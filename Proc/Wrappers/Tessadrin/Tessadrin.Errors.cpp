@@ -74,6 +74,7 @@ std::string GetErrorDescriptionFFMPEG(int errorCode)
     return fmt::format("{} ({})", described, errorCode);
 }
 
+// NOLINTBEGIN(bugprone-suspicious-stringview-data-usage): the name is NUL-terminated by contract
 void AVOptSetter::Set(int value) { CheckResult(av_opt_set_int(object, name.data(), value, searchFlags)); }
 
 void AVOptSetter::Set(double value)
@@ -85,6 +86,7 @@ void AVOptSetter::Set(AVPixelFormat value)
 {
     CheckResult(av_opt_set_pixel_fmt(object, name.data(), value, searchFlags));
 }
+// NOLINTEND(bugprone-suspicious-stringview-data-usage)
 
 void AVOptSetter::CheckResult(int result)
 {

@@ -174,7 +174,7 @@ int64_t GetProperQuality(const boost::intrusive_ptr<const IFormatCodec>& codec, 
     const int64_t quality = std::clamp(codec->GetQuality(), lowest, highest);
     const double scaled = static_cast<double>((maxQuantizer - lowest) * (quality - lowest)) /
                           static_cast<double>(highest - lowest);
-    return std::clamp(static_cast<int64_t>(scaled + 0.5) + lowest, lowest, maxQuantizer);
+    return std::clamp(int64_t{std::llround(scaled)} + lowest, lowest, maxQuantizer);
 }
 
 int64_t GetAudioBitrate(const AVCodecParameters* parameters)
