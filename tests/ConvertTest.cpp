@@ -1,17 +1,11 @@
 // `tessadrin convert`, its results judged by FFmpeg's own commands.
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
-#include "tests/support/JsonSchema.h"
-#include "tests/support/Judge.h"
-#include "tests/support/MadeMedia.h"
-#include "tests/support/Program.h"
+#include "tests/support/Conversions.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <csignal>
-#include <sstream>
 
 namespace {
 
@@ -19,44 +13,6 @@ using nlohmann::json;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-std::string Made(const char* file)
-{
-    av_log_set_level(AV_LOG_ERROR);
-    return Quorva::Media::MadeFile(file).native();
-}
-
-std::vector<std::string> Words(const std::string& text)
-{
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
-Outcome Convert(const std::string& input, const std::string& output, const std::string& options = "")
-{
-    std::vector<std::string> arguments = {"convert", input, output};
-    for (const std::string& word : Words(options))
-        arguments.push_back(word);
-    return RunProgram(arguments);
-}
-
-std::string CodecsOf(const json& description)
-{
-    std::vector<std::string> names;
-    for (const json& stream : description["streams"])
-        names.push_back(stream.value("codec_name", stream["codec_type"].get<std::string>()));
-    return fmt::format("{}", fmt::join(names, "+"));
-}
-
-/// The files beside the outputs that a conversion must not leave.
-std::vector<std::string> FilesIn(const TemporaryFolder& folder)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path))
-        names.push_back(entry.path().filename());
-    std::ranges::sort(names);
-    return names;
-}
 
 struct Row {
     const char* input;
@@ -344,131 +300,6 @@ TEST(Convert, ChangesWhatIsAskedFor)
         return std::filesystem::file_size(folder.At("q.mp4"));
     };
     EXPECT_GT(sizeAt("10"), 2 * sizeAt("80"));
-}
-
-TEST(Convert, RefusesWithOneLineAndLeavesNothing)
-{
-    const TemporaryFolder folder;
-    const std::string input = Made("h264-aac.mp4");
-    const std::string damaged = folder.Put("damaged.png", "\x89PNG\r\n\x1a\n" + std::string(5000, 'x'));
-    const struct {
-        std::string input;
-        const char* output;
-        const char* options;
-        int code;
-        const char* text;
-    } rows[] = {
-        {input,                     "a.mp4",         "--option prest=fast",             2, "did you mean 'preset'?"                                    },
-        {input,                     "a.mp4",         "--option coder=cabax",            2, "did you mean 'cabac'?"                                     },
-        {input,                     "a.mp4",         "--video-codec h265",              2, "it is called hevc here"                                    },
-        {input,                     "a.xyz",         "",                                2, "--format does"                                             },
-        {input,                     "a.mp4",         "--format matroxka",               2, "did you mean 'matroska'?"                                  },
-        {input,                     "a.mp4",         "--video-codec copy --size 64x48", 2, "leave its other options out"                               },
-        {input,                     "a.mp4",         "--map 7",                         2, "matches no stream; there are 2"                            },
-        {input,                     "a.mp4",         "--encoder-implementation nvenc",  1, "nvenc"                                                     },
-        {input,                     "a.webm",        "--video-codec h264",              1, "webm doesn't hold h264"                                    },
-        {input,                     "a.dv",          "",                                1, "encoder dvvideo refuses 128x96"                            },
-        {folder.At("missing.mp4"),  "a.mp4",         "",                                1, "No such file"                                              },
-        {damaged,                   "a.jpg",         "",                                1, "damaged.png: "                                             },
-        {Made("h264-flac-srt.mkv"), "a.mkv",         "--map s --duration 0",            1, "no packet was written"                                     },
-        {input,                     "nowhere/a.mp4", "",                                1, "nowhere/a.mp4: can't be written: No such file or directory"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        const Outcome outcome = Convert(row.input, folder.At(row.output), row.options);
-        EXPECT_EQ(outcome.code, row.code);
-        ASSERT_FALSE(outcome.ErrorLines().empty());
-        EXPECT_THAT(outcome.ErrorLines().back(), HasSubstr(row.text));
-        EXPECT_THAT(FilesIn(folder), testing::ElementsAre("damaged.png"));
-    }
-}
-
-TEST(Convert, ReplacesNothingUnlessItIsComplete)
-{
-    const TemporaryFolder folder;
-    const std::string input = Made("h264-aac.mp4");
-    const std::string there = folder.Put("there.mkv", "precious");
-    Outcome outcome = Convert(input, there);
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.errors, HasSubstr("there.mkv: is there already; --overwrite replaces it"));
-
-    // The system takes no more than 4 KiB, as a full disk would.
-    const std::string line = std::string("trap '' XFSZ; ulimit -f 8; exec ") + TESSADRIN_PROGRAM +
-                             " convert \"$0\" \"$1\" --overwrite $2";
-    outcome = RunProgram({"-c", line, input, there}, "sh");
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.ErrorLines().back(), HasSubstr("there.mkv: "));
-    EXPECT_THAT(outcome.ErrorLines().back(), HasSubstr("File too large"));
-    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("there.mkv"));
-    EXPECT_EQ(std::filesystem::file_size(there), 8u);
-
-    outcome = RunProgram({"-c", line, input, there, "--keep-partial"}, "sh");
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("there.mkv", "there.mkv.part"));
-    std::filesystem::remove(there + ".part");
-
-    EXPECT_EQ(Convert(input, there, "--overwrite").code, 0);
-    EXPECT_GT(std::filesystem::file_size(there), 8u);
-    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("there.mkv"));
-}
-
-TEST(Convert, WritesIntoPipes)
-{
-    const TemporaryFolder folder;
-    const std::string input = Made("h264-aac.mp4");
-    Outcome outcome = RunProgram({"convert", input, "-", "--format", "mkv", "--progress", "json"});
-    EXPECT_EQ(outcome.code, 0) << outcome.errors;
-    const std::string path = folder.Put("piped.mkv", outcome.output);
-    EXPECT_EQ(CodecsOf(Describe(path)), "h264+aac");
-    EXPECT_EQ(Judge(path, {"-map", "0:v"})[0].hashes.size(), 25u);
-    std::istringstream lines(outcome.errors);
-    json last;
-    for (std::string line; std::getline(lines, line);)
-        if (line.starts_with('{')) {
-            last = json::parse(line);
-            EXPECT_EQ(JsonSchema::Of("progress").Check(last), "");
-        }
-    EXPECT_EQ(last["state"], "complete");
-
-    outcome = RunProgram({"convert", input, "-", "--format", "mp4"});
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.errors, HasSubstr("can't be written into a pipe"));
-}
-
-TEST(Convert, EndsWellWhenInterrupted)
-{
-    const TemporaryFolder folder;
-    const std::string input = Made("h264-aac.mp4");
-    const std::string output = folder.At("stopped.mkv");
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
-    const pid_t child = Start({"convert", input, output, "--size", "2560x1920", "--video-codec", "ffv1",
-                               "--threads", "1", "--progress", "json"},
-                              nothing, ends[1], nothing);
-    close(ends[1]);
-    // Something was written, long before the last of the large pictures is encoded.
-    const auto isEarly = [](const std::string& text) {
-        const size_t line = text.rfind("\"position\":");
-        return line == std::string::npos || text.compare(line + 11, 2, "0,") == 0;
-    };
-    std::string told;
-    char piece[4096];
-    for (ssize_t size = 0; isEarly(told) && (size = read(ends[0], piece, sizeof piece)) > 0;)
-        told.append(piece, static_cast<size_t>(size));
-    kill(child, SIGINT);
-    const Outcome outcome = WaitFor(child);
-    std::string rest(65536, '\0');
-    rest.resize(static_cast<size_t>(std::max<ssize_t>(read(ends[0], rest.data(), rest.size()), 0)));
-    close(ends[0]);
-    close(nothing);
-    EXPECT_EQ(outcome.code, 130);
-    EXPECT_THAT(rest, HasSubstr("\"state\":\"stopped\""));
-    EXPECT_THAT(FilesIn(folder), testing::ElementsAre("stopped.mkv"));
-    const auto streams = Judge(output, {"-map", "0:v"});
-    ASSERT_EQ(streams.size(), 1u);
-    EXPECT_GE(streams[0].hashes.size(), 1u);
-    EXPECT_LT(streams[0].hashes.size(), 25u);
 }
 
 }  // namespace

@@ -14,17 +14,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string Made(const char* file)
-{
-    av_log_set_level(AV_LOG_ERROR);
-    return Quorva::Media::MadeFile(file).native();
-}
-
-std::vector<std::string> Words(const std::string& text)
-{
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
+std::string Made(const char* file) { return Quorva::Media::MadeFile(file).native(); }
 
 Outcome Dump(const std::string& file, const std::string& name, const std::string& options = "")
 {

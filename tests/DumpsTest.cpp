@@ -210,15 +210,6 @@ TEST(PictureDump, MarksStandAroundTheAreaAndNeverOutside)
     }
 }
 
-std::vector<std::string> FilesIn(const std::filesystem::path& folder)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder))
-        names.push_back(entry.path().filename());
-    std::ranges::sort(names);
-    return names;
-}
-
 TEST(DumpNames, CountPerNameAndTellKeyFrames)
 {
     const TemporaryFolder folder;

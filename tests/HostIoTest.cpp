@@ -2,6 +2,7 @@
 #include "host/FoundationIO.h"
 #include "host/ProcessingSupport.h"
 #include "host/Property.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <boost/throw_exception.hpp>
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <filesystem>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -32,15 +32,7 @@ constexpr uint64_t GiB = uint64_t{1} << 30;
 
 class Folder : public testing::Test {
 protected:
-    Folder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "host-io-XXXXXX").string();
-        EXPECT_TRUE(mkdtemp(name.data()));
-        path = name;
-    }
-    ~Folder() override { std::filesystem::remove_all(path); }
-
-    ioPath File(const std::string& name) const { return ioPath(path / name); }
+    ioPath File(const std::string& name) const { return ioPath(folder.At(name)); }
 
     /// A file of `size` bytes that count up.
     ioPath Counting(const std::string& name, std::size_t size) const
@@ -51,7 +43,7 @@ protected:
         return File(name);
     }
 
-    std::filesystem::path path;
+    TemporaryFolder folder;
 };
 
 /// Up to `size` bytes from the position.
@@ -128,7 +120,7 @@ TEST_F(Files, NameWhatCantBeOpened)
         const char* reason;
     } rows[] = {
         {File("missing.mp4"),   "No such file"   },
-        {ioPath(path),          "Is a directory" },
+        {ioPath(folder.path),   "Is a directory" },
         {File("secret/inside"), "Not a directory"},
         {File("pipe"),          "Illegal seek"   },
         {ioPath(""),            "No such file"   },
@@ -138,7 +130,8 @@ TEST_F(Files, NameWhatCantBeOpened)
         EXPECT_THAT(text, AllOf(HasSubstr("'" + row.path.GetText() + "'"), HasSubstr(row.reason)));
         EXPECT_EQ(function, "Create");
     }
-    EXPECT_THAT(FailureOf([&] { DataOutputFile::Create(ioPath(path)); }).first, HasSubstr("Is a directory"));
+    EXPECT_THAT(FailureOf([&] { DataOutputFile::Create(ioPath(folder.path)); }).first,
+                HasSubstr("Is a directory"));
     EXPECT_THAT(FailureOf([&] { DataOutputFile::Create(File("no/such/folder")); }).first,
                 HasSubstr("No such file"));
 }

@@ -13,6 +13,7 @@
 namespace {
 
 using nlohmann::json;
+using Quorva::Media::MadeFile;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -44,12 +45,6 @@ std::string DamagedWave()
     return "RIFF" + std::string("\x10\0\0\0", 4) + "WAVEjunk" + std::string(64, '\xff');
 }
 
-std::filesystem::path Made(const char* file)
-{
-    av_log_set_level(AV_LOG_ERROR);
-    return Quorva::Media::MadeFile(file);
-}
-
 const JsonSchema& ProbeSchema()
 {
     static const JsonSchema schema = JsonSchema::Of("probe");
@@ -70,7 +65,7 @@ json Probe(std::vector<std::string> arguments, int code)
 
 TEST(Probe, TellsWhatIsInAFile)
 {
-    const std::string path = Made("h264-flac-srt.mkv").native();
+    const std::string path = MadeFile("h264-flac-srt.mkv").native();
     const json file = Probe({path, "--count"}, 0)["files"][0];
     EXPECT_EQ(file["path"], path);
     EXPECT_EQ(file["size"], std::filesystem::file_size(path));
@@ -103,7 +98,7 @@ TEST(Probe, TellsWhatIsInAFile)
 
 TEST(Probe, PacketsAreListedAsTheyAreCounted)
 {
-    const std::string path = Made("h264-aac.mp4").native();
+    const std::string path = MadeFile("h264-aac.mp4").native();
     const json listed = Probe({path, "--packets"}, 0)["files"][0];
     const json counted = Probe({path, "--count"}, 0)["files"][0];
     EXPECT_EQ(listed["count"], counted["count"]);
@@ -290,7 +285,7 @@ TEST(Probe, ImagesThatFFmpegWouldOpenByNameAreReadToo)
 TEST(Probe, PlaylistsReachLocalPiecesAndNothingElse)
 {
     const TemporaryFolder folder;
-    std::filesystem::copy_file(Made("h264-aac.ts"), folder.path / "piece.ts");
+    std::filesystem::copy_file(MadeFile("h264-aac.ts"), folder.path / "piece.ts");
     const auto playlist = [](const std::string& entry) {
         return "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + entry + "\n#EXT-X-ENDLIST\n";
     };

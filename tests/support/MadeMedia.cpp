@@ -2,9 +2,9 @@
 
 #include "tests/support/MadeMedia.Encoding.h"
 #include "tests/support/MadeMedia.Rows.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <stdexcept>
 
@@ -13,24 +13,16 @@ namespace {
 
 std::string EncoderOf(std::string_view spec) { return std::string(spec.substr(0, spec.find(' '))); }
 
-/// Removes the folder with the process's other static objects.
-struct TemporaryFolder {
-    TemporaryFolder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tessadrin-media-XXXXXX").native();
-        if (!mkdtemp(pattern.data()))
-            throw std::runtime_error("no temporary folder could be made as " + pattern);
-        path = pattern;
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder()
-    {
-        std::error_code ignored;  // nobody is left to be told
-        std::filesystem::remove_all(path, ignored);
-    }
+/// Encoders and muxers tell nothing but errors.
+class Quiet {
+public:
+    Quiet() { av_log_set_level(AV_LOG_ERROR); }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+    ~Quiet() { av_log_set_level(before); }
 
-    std::filesystem::path path;
+private:
+    int before = av_log_get_level();
 };
 
 }  // namespace
@@ -81,6 +73,7 @@ std::filesystem::path MadeFile(std::string_view file)
         throw std::out_of_range("no such media file: " + std::string(file));
     std::filesystem::path& path = made[row->file];
     if (path.empty()) {
+        const Quiet quiet;
         if (const std::string lacks = Lacks(*row); !lacks.empty())
             throw std::runtime_error(std::string(row->file) + ": this FFmpeg has " + lacks);
         path = Make(*row, MadeFolder());

@@ -67,6 +67,13 @@ inline Outcome WaitFor(pid_t child)
     return outcome;
 }
 
+/// The words of a text between white space.
+inline std::vector<std::string> Words(const std::string& text)
+{
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
 inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out, int error)
 {
     return WaitFor(Start(arguments, in, out, error));

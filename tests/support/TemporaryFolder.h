@@ -1,10 +1,13 @@
 // Files to be forgotten.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
+#include <vector>
 
 /// A folder of its own for each test, removed with the object.
 class TemporaryFolder {
@@ -18,7 +21,11 @@ public:
     }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path); }
+    ~TemporaryFolder()
+    {
+        std::error_code ignored;  // nobody is left to be told
+        std::filesystem::remove_all(path, ignored);
+    }
 
     /// Writes a file, folders included, and returns its path.
     std::string Put(const std::string& name, const std::string& bytes) const
@@ -32,3 +39,13 @@ public:
 
     std::filesystem::path path;
 };
+
+/// The names of what is in a folder, in their order.
+inline std::vector<std::string> FilesIn(const std::filesystem::path& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename());
+    std::ranges::sort(names);
+    return names;
+}
