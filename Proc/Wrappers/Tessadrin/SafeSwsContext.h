@@ -124,8 +124,7 @@ public:
     /// @return                rows written, or the destination's height where planes are only copied;
     ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty
     /// @throws std::bad_alloc  samples exceed their format's depth, as raw video's may, and there is no
-    /// memory
-    ///                         for the slice without them: FFmpeg reads outside its tables there.
+    ///                         memory for the slice without them: FFmpeg reads outside its tables there.
     int Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
     /// The whole picture.
     int Scale(const SwsSource& src, const SwsDestination& dst) const;

@@ -32,9 +32,8 @@ TESSADRIN_API std::string GetMetadata(AVDictionary* dictionary, const char* key)
 /// (29.97 as "30", 1234.5 as "1.23e+03"), whatever the locale. Empty texts, binary and empty properties add
 /// nothing.
 ///
-/// @throws Core::IOException  the dictionary is null and there is a value to add; what was added before a
-/// throw
-///                            stays
+/// @throws Core::IOException  the dictionary is null and there is a value to add; what was added before
+///                            a throw stays
 TESSADRIN_API void SetContextOptions(AVDictionary** dictionary, const Core::Property& options);
 
 /// All entries as "key=value", one a line; FFmpeg escapes '=', line feeds and backslashes inside them with a

@@ -31,14 +31,12 @@ TESSADRIN_API std::string GetDumpFileName(const std::string& name, int number, b
 /// The number is used up when the picture could be encoded, whether or not the file can be written. An
 /// encoder that gives nothing leaves an empty file.
 ///
-/// @param width, height  pixels; marks that would fall outside of the picture are left out, so that an area
-/// of
-///                       no size has none
+/// @param width, height  pixels; marks that would fall outside of the picture are left out, so that an
+///                       area of no size has none
 /// @param frame          in memory, not on a device
-/// @throws ProcException           `frame` is null, or FFmpeg's scaler refuses it (EffectException for a
-/// format
-///                                 that it can't read); no file is written then, nor with any other
-///                                 exception.
+/// @throws ProcException          `frame` is null, or FFmpeg's scaler refuses it (EffectException for a
+///                                format that it can't read); no file is written then, nor with any
+///                                other exception
 /// @throws Core::MemoryException  no memory for the converted picture, or a picture of no size
 /// @throws EncoderException       this FFmpeg has no BMP encoder
 TESSADRIN_API void AVFrame_SaveToBmp(int width, int height, const AVFrame* frame, const std::string& name);

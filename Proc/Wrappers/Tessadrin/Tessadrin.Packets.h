@@ -23,7 +23,7 @@ TESSADRIN_API AVPacket* CreatePacket(size_t size);
 ///
 /// @return  as CreatePacket(); null for null
 /// @throws Core::MemoryException  no memory; its size is that of the payload, or of the packet's own
-/// structure
+///                                structure
 TESSADRIN_API AVPacket* CopyPacket(const AVPacket* source);
 
 /// Releases what CreatePacket() or CopyPacket() made and sets `*packet` to null. Accepts null at both levels.
