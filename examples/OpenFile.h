@@ -1,11 +1,11 @@
 // A file of any supported format, opened over a stream of the pipeline: what most examples begin with.
 #pragma once
 
+#include "Fail.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.h"
 
 #include <memory>
 #include <optional>
-#include <string>
 #include <utility>
 
 struct Close {
@@ -26,10 +26,11 @@ public:
         const auto& demuxers = GetFFMPEGSupportedInputFormats();
         const auto demuxer = demuxers.find(found.format);
         if (demuxer == demuxers.end())
-            Details::Throw<ProcException>("{} is not read here ('{}')", stream->GetName(), found.format);
+            Fail(stream->GetName() + ": '" + found.format + "' is not read here");
         io.emplace(stream, GuardedIO::SIZE, failure);
         AVFormatContext* fresh = avformat_alloc_context();
         fresh->pb = io->Get();
+        fresh->io_open = [](auto...) { return AVERROR(EPERM); };  // what playlists name stays closed
         const int result = avformat_open_input(&fresh, stream->GetName().c_str(), demuxer->second, nullptr);
         context.reset(fresh);  // null where it failed
         Check(result);
@@ -37,7 +38,6 @@ public:
     }
 
     AVFormatContext* operator->() const { return context.get(); }
-
     /// The stream that a player would show, or -1.
     int Best(AVMediaType kind) const { return av_find_best_stream(context.get(), kind, -1, -1, nullptr, 0); }
 
@@ -68,7 +68,7 @@ private:
         using namespace Quorva::Proc;
         failure.Check();  // what the stream threw is the better reason
         if (result < 0)
-            Details::Throw<ProcException>("{}", GetErrorDescriptionFFMPEG(result));
+            Fail(GetErrorDescriptionFFMPEG(result));
         return true;
     }
 

@@ -37,6 +37,7 @@ bool Show(const char* path)
                                                                 nullptr, Proc::FFSeekRCallback));
     AVFormatContext* fresh = avformat_alloc_context();
     fresh->pb = io.get();
+    fresh->io_open = [](auto...) { return AVERROR(EPERM); };  // what playlists name stays closed
     int result = avformat_open_input(&fresh, path, demuxer->second, nullptr);
     std::unique_ptr<AVFormatContext, Release> context(fresh);  // empty when opening failed
     std::unique_ptr<AVPacket, Release> packet(av_packet_alloc());

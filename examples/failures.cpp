@@ -49,6 +49,8 @@ void Report(const Exception& e)
 int main(int argc, char** argv)
 {
     FLAGS_stderrthreshold = google::GLOG_FATAL;  // the records go to the sink alone
+    for (const auto severity : {google::GLOG_INFO, google::GLOG_WARNING, google::GLOG_ERROR})
+        google::SetLogDestination(severity, "");  // and into no files
     google::InitGoogleLogging(argv[0]);
     Complaints complaints;
     try {

@@ -9,11 +9,11 @@ using namespace Quorva;
 /// A disk with little room.
 class SmallDisk final : public RefCounted<Core::IDataOutput> {
 public:
-    explicit SmallDisk(uint64_t room) : room(room) {}
+    explicit SmallDisk(uint64_t bytes) : room(bytes) {}
     void Write(const uint8_t*, uint64_t size) override
     {
         if (position + size > room)
-            throw Core::IOException() << TagDescription("the disk is full");
+            Fail<Core::IOException>("the disk is full");
         position += size;
         end = std::max(end, position);
     }

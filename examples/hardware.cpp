@@ -1,4 +1,5 @@
 // Sends a picture through the memory of a device and looks whether it comes back: hardware [TYPE]
+#include "Fail.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.h"
 
 #include <cstdio>
@@ -30,7 +31,7 @@ try {
     for (const int result : {av_hwframe_transfer_data(onDevice.get(), picture.get(), 0),
                              av_hwframe_transfer_data(back.get(), onDevice.get(), 0)})
         if (result < 0)
-            Proc::Details::Throw<Proc::ProcException>("{}", Proc::GetErrorDescriptionFFMPEG(result));
+            Fail(Proc::GetErrorDescriptionFFMPEG(result));
     int different = 0;
     for (int y = 0; y < height; ++y)
         different += std::memcmp(picture->data[0] + y * picture->linesize[0],

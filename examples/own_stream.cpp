@@ -12,7 +12,7 @@ public:
     explicit StreamInput(std::string path) : name(std::move(path)), file(name, std::ios::binary)
     {
         if (!file)
-            throw Core::IOException() << TagDescription(name + ": can't be opened");
+            Fail<Core::IOException>(name + ": can't be opened");
         size = static_cast<uint64_t>(file.seekg(0, std::ios::end).tellg());
         file.seekg(0);
     }
@@ -20,7 +20,7 @@ public:
     {
         file.read(reinterpret_cast<char*>(buffer), static_cast<std::streamsize>(wanted));
         if (file.bad())
-            throw Core::IOException() << TagDescription(name + ": can't be read");
+            Fail<Core::IOException>(name + ": can't be read");
         file.clear();  // the end is no failure
         position += static_cast<uint64_t>(file.gcount());
         return static_cast<uint64_t>(file.gcount());
@@ -34,7 +34,7 @@ public:
     void MoveTo(uint64_t target) override
     {
         if (target > static_cast<uint64_t>(INT64_MAX))
-            throw Core::IOException() << TagDescription(name + ": no such position");
+            Fail<Core::IOException>(name + ": no such position");
         file.seekg(static_cast<std::streamoff>(target));
         position = target;
     }

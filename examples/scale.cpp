@@ -18,7 +18,7 @@ Proc::SafeFrame Scaled(const AVFrame& picture, int width)
     const Proc::SafeSwsContext scaler(params);
     Proc::SafeFrame scaled({}, AV_PIX_FMT_RGB24, width, height, 1, 1);
     if (scaler.Scale(Proc::SwsSource(picture), Proc::SwsDestination(scaled)) < 0)
-        Proc::Details::Throw<Proc::ProcException>("can't scale {}", params.src.GetDescription());
+        Fail("can't scale " + params.src.GetDescription());
     return scaled;
 }
 

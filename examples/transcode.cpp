@@ -27,7 +27,7 @@ try {
     encoder->time_base = {1, to.sampleRate};
     const auto check = [](int result) {
         if (result < 0)
-            Proc::Details::Throw<Proc::ProcException>("{}", Proc::GetErrorDescriptionFFMPEG(result));
+            Fail(Proc::GetErrorDescriptionFFMPEG(result));
     };
     check(avcodec_open2(encoder.get(), codec.Get(), nullptr));
 

@@ -40,14 +40,14 @@ public:
     static constexpr uint32_t FLAG_ALPHA = 1u << 3;   ///< and how opaque
 
     /// A row of the table: the name is FFmpeg's, in static memory.
-    constexpr PixFmtDescription(PixFmt format, const char* name, uint8_t components, uint8_t chromaShiftX,
-                                uint8_t chromaShiftY, uint32_t flags)
-        : format(format),
-          components(components),
-          chromaShiftX(chromaShiftX),
-          chromaShiftY(chromaShiftY),
-          flags(flags),
-          name(name)
+    constexpr PixFmtDescription(PixFmt itsFormat, const char* itsName, uint8_t itsComponents, uint8_t shiftX,
+                                uint8_t shiftY, uint32_t itsFlags)
+        : format(itsFormat),
+          components(itsComponents),
+          chromaShiftX(shiftX),
+          chromaShiftY(shiftY),
+          flags(itsFlags),
+          name(itsName)
     {
     }
 

@@ -112,16 +112,16 @@ template <bool ReadOnly>
 struct PlaneTemplate {
     using Pointer = typename PlanePointer<ReadOnly>::Type;
 
-    /// @param stride     bytes from one row to the next; negative for rows that run upwards
-    /// @param rowLength  bytes of a row that count
-    /// @param offset     bytes to skip at the start of each row
-    /// @param bottomUp   the pointer is at the last row instead of the first
-    PlaneTemplate(Pointer data, int64_t stride, int64_t rowLength, int64_t rowCount, int64_t offset,
-                  bool bottomUp)
-        : data((bottomUp && rowCount > 0 ? data - stride * (rowCount - 1) : data) + offset),
-          stride(stride),
-          rowLength(rowLength),
-          rowCount(rowCount)
+    /// @param step      bytes from one row to the next; negative for rows that run upwards
+    /// @param length    bytes of a row that count
+    /// @param rows      how many rows
+    /// @param offset    bytes to skip at the start of each row
+    /// @param bottomUp  `first` is in the last row instead of the first
+    PlaneTemplate(Pointer first, int64_t step, int64_t length, int64_t rows, int64_t offset, bool bottomUp)
+        : data((bottomUp && rows > 0 ? first - step * (rows - 1) : first) + offset),
+          stride(step),
+          rowLength(length),
+          rowCount(rows)
     {
     }
 

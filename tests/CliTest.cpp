@@ -27,6 +27,8 @@ TEST(CommandLine, MistakesAreNamedAndCostTwo)
     } rows[] = {
         {{},                                  "subcommand is required"                         },
         {{"prob", "x"},                       "no command 'prob'; did you mean 'probe'?"       },
+        {{"conv"},                            "no command 'conv'; did you mean 'convert'?"     },
+        {{"convert", "--audio", "x"},         "no option '--audio'\n`tessadrin help convert`"  },
         {{"--verson"},                        "no option '--verson'; did you mean '--version'?"},
         {{"probe", "--jsno", "x"},            "no option '--jsno'; did you mean '--json'?"     },
         {{"probe", "--utterly-wrong", "x"},   "no option '--utterly-wrong'\n"                  },
@@ -97,6 +99,8 @@ TEST(Codecs, ImplementationsAnswerForThemselves)
     EXPECT_TRUE(h264["encoders"].contains("nvenc"));
 
     EXPECT_THAT(RunProgram({"codecs", "h264"}).output, HasSubstr("libx264"));
+    EXPECT_THAT(RunProgram({"codecs", "aac"}).output, ContainsRegex("\naac +audio +aac +aac +[a-z]"))
+        << "what encodes where nobody asks for an implementation";
     const std::string decoders = RunProgram({"codecs", "--decoders"}).output;
     EXPECT_THAT(decoders,
                 AllOf(StartsWith("Decoders:\n"), HasSubstr("\nh264\n"), Not(HasSubstr("Encoders:"))));
@@ -111,6 +115,10 @@ TEST(Help, EveryCommandTeachesByExamples)
         EXPECT_THAT(outcome.output, HasSubstr(std::string("\n  tessadrin ") + command)) << command;
         EXPECT_EQ(outcome.output, RunProgram({command, "--help"}).output);
     }
+    EXPECT_EQ(RunProgram({"help"}).output, RunProgram({"--help"}).output);
+    std::istringstream lines(RunProgram({"help", "convert"}).output);
+    for (std::string line; std::getline(lines, line) && line != "Examples:";)
+        EXPECT_LE(line.size(), 105u) << line;
     const Outcome slip = RunProgram({"help", "convrt"});
     EXPECT_EQ(slip.code, 2);
     EXPECT_THAT(slip.errors, HasSubstr("did you mean 'convert'?"));
@@ -137,6 +145,12 @@ TEST(Help, ShellsCompleteByIt)
     EXPECT_EQ(complete("tessadrin convert --two", 2, "--two"), "--two-pass");
     EXPECT_EQ(complete("tessadrin convert --progress j", 3, "j"), "json");
     EXPECT_EQ(complete("tessadrin help d", 2, "d"), "dump doctor");
+    EXPECT_EQ(complete("tessadrin help -h", 2, "-h"), "-h");
+    EXPECT_EQ(complete("tessadrin convert --decoder-implementation q", 3, "q"), "qsv");
+    const std::filesystem::path program = TESSADRIN_PROGRAM;
+    setenv("PATH", (program.parent_path().native() + ":" + std::getenv("PATH")).c_str(), 1);
+    EXPECT_EQ(complete("tessadrin convert --format matr", 3, "matr"), "matroska");
+    EXPECT_EQ(complete("tessadrin codecs hev", 2, "hev"), "hevc");
     EXPECT_THAT(RunProgram({"help", "--as", "zsh"}).output,
                 AllOf(StartsWith("#compdef tessadrin\n"), HasSubstr("'*--overwrite[Replace OUT")));
     EXPECT_THAT(RunProgram({"help", "--as", "fish"}).output, HasSubstr("-l two-pass -d 'Look at all"));

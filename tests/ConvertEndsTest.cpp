@@ -56,7 +56,10 @@ TEST(ConvertEnds, ReplacesNothingUnlessItIsComplete)
     const std::string there = folder.Put("there.mkv", "precious");
     Outcome outcome = Convert(input, there);
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.errors, HasSubstr("there.mkv: is there already; --overwrite replaces it"));
+    EXPECT_THAT(
+        outcome.ErrorLines(),
+        testing::ElementsAre(testing::EndsWith("there.mkv: is there already; --overwrite replaces it")))
+        << "before anything is announced or done";
 
     // The system takes no more than 4 KiB, as a full disk would.
     const std::string line = std::string("trap '' XFSZ; ulimit -f 8; exec ") + TESSADRIN_PROGRAM +

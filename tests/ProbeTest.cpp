@@ -126,6 +126,21 @@ TEST(Probe, PacketsAreListedAsTheyAreCounted)
     EXPECT_EQ(lines, counted["count"]["packets"]);
 }
 
+TEST(Probe, StandardInputIsReadInAnyOrder)
+{
+    const std::string path = MadeFile("h264-aac.mp4");  // its index is at its end
+    const std::string wanted = RunProgram({"probe", "--packets", path}).output;
+    for (const char* line :
+         {"exec \"$0\" probe --packets - <\"$1\"", "cat \"$1\" | \"$0\" probe --packets -"}) {
+        SCOPED_TRACE(line);
+        const Outcome outcome = RunProgram({"-c", line, TESSADRIN_PROGRAM, path}, "sh");
+        EXPECT_EQ(outcome.code, 0) << outcome.errors;
+        EXPECT_EQ(outcome.output.substr(outcome.output.find('\n')), wanted.substr(wanted.find('\n')));
+    }
+    EXPECT_THAT(RunProgram({"probe", "-"}).ErrorLines(),
+                ElementsAre("-: not a known media format (the file is empty)"));
+}
+
 TEST(Probe, UnknownTimesAreNull)
 {
     const TemporaryFolder folder;

@@ -57,10 +57,14 @@ const std::vector<std::string>& Implementations()
     return names;
 }
 
+/// What is taken where nobody asks for an implementation. The plain one may name a codec that this FFmpeg
+/// lacks; the next one may not.
 std::string PlainText(Find find, AVCodecID id)
 {
-    const AVCodec* codec = find(id, Proc::ImplNames::FFMPEG);
-    return codec ? codec->name : "-";
+    for (const std::string& implementation : {Proc::ImplNames::FFMPEG, Proc::ImplNames::FFMPEG_FDK})
+        if (const AVCodec* codec = find(id, implementation))
+            return codec->name;
+    return "-";
 }
 
 /// Whether `implementation` answers for itself: by a row of its own, or because it demands hardware frames.

@@ -25,7 +25,7 @@ std::shared_ptr<bool> AddDoctor(CLI::App& app)
         "Exit codes: 0 it can be loaded, 1 it can't.\n\n"
         "Examples:\n"
         "  tessadrin doctor                           for people\n"
-        "  tessadrin doctor --json | jq .lacking      for programs (docs/doctor.schema.json)");
+        "  tessadrin doctor --json | jq .lacking      for programs (doctor.schema.json)");
     command->callback([json] {});  // keeps it as long as the command lives
     return json;
 }

@@ -342,6 +342,8 @@ bool Conversion::Run()
     if (!input->GetStreamsWarning().empty())
         Tell(options.input + ": " + input->GetStreamsWarning());
     plan = MakePlan(*input, options);
+    if (!IsStreamPath(options.output))
+        files.Check(options.output);
     Announce();
 
     const auto form = options.progressJson ? ConvertProgress::Form::Json

@@ -95,14 +95,17 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
 
 void AddFiles(CLI::App& command, ConvertOptions& options)
 {
-    command.add_option("IN", options.input, "The file to read")->required()->type_name("");
+    command.add_option("IN", options.input, "The file to read; - for standard input")
+        ->required()
+        ->type_name("");
     command
         .add_option(
             "OUT", options.output,
             "The file to write; - for standard output; with %d or %04d in it, one file for each picture")
         ->required()
         ->type_name("");
-    command.add_option("-f,--format", options.format, "Output format; default: as the name of OUT says");
+    command.add_option("-f,--format", options.format, "Output format; default: as the name of OUT says")
+        ->type_name("FORMAT");
     command.add_flag("--overwrite", options.overwrite, "Replace OUT where it is there already");
     command.add_flag("--keep-partial", options.keepPartial,
                      "Keep what was written when the conversion fails");
@@ -115,30 +118,40 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
             "--map", options.map,
             "Streams to take: 2 for stream 2, v, a or s for all of a kind, a:1 for the second of it; may "
             "be given several times. Default: all that OUT can hold")
+        ->type_name("STREAM")
         ->group("Streams");
     command
         .add_option("--video-codec", options.videoCodec,
                     "Text identifier, copy or none; `tessadrin codecs` lists them")
+        ->type_name("CODEC")
         ->group("Streams");
-    command.add_option("--audio-codec", options.audioCodec, "The same for sound")->group("Streams");
-    command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")->group("Streams");
+    command.add_option("--audio-codec", options.audioCodec, "The same for sound")
+        ->type_name("CODEC")
+        ->group("Streams");
+    command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")
+        ->type_name("CODEC:{copy,none}")
+        ->group("Streams");
     command
         .add_option("--decoder-implementation", options.decoderImplementation,
                     "Who decodes: ffmpeg, nvdec, directx, qsv")
+        ->type_name("NAME:{ffmpeg,nvdec,directx,qsv}")
         ->group("Streams");
     command
         .add_option("--encoder-implementation", options.encoderImplementation,
                     "Who encodes: ffmpeg, nvenc, qsv, amf")
+        ->type_name("NAME:{ffmpeg,nvenc,qsv,amf}")
         ->group("Streams");
     command
         .add_option_function<std::string>(
             "--start", [&](const std::string& text) { options.start = ParseTime("--start", text); },
             "Begin here: seconds, or 1:30.5")
+        ->type_name("TIME")
         ->group("Streams");
     command
         .add_option_function<std::string>(
             "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
             "Convert as much")
+        ->type_name("TIME")
         ->group("Streams");
 }
 
@@ -148,21 +161,26 @@ void AddPicture(CLI::App& command, ConvertOptions& options)
         .add_option_function<std::string>(
             "--size", [&](const std::string& text) { options.size = ParseSize(text); },
             "1280x720; 1280x or x720: the other side follows the picture's shape")
+        ->type_name("SIZE")
         ->group("Pictures");
     command.add_option("--pixel-format", options.pixelFormat, "As FFmpeg names it: yuv420p10le")
+        ->type_name("NAME")
         ->group("Pictures");
     command
         .add_option_function<std::string>(
             "--frame-rate", [&](const std::string& text) { options.frameRate = ParseFrameRate(text); },
             "Pictures per second, constant: 25, 30000/1001")
+        ->type_name("RATE")
         ->group("Pictures");
     command.add_option("--quality", options.quality, "1 is the best, 100 the smallest")
+        ->type_name("NUMBER")
         ->check(CLI::Range(1, 100))
         ->group("Pictures");
     command
         .add_option_function<std::string>(
             "--bitrate", [&](const std::string& text) { options.bitrate = ParseBitrate("--bitrate", text); },
             "Bits per second: 2.5M")
+        ->type_name("RATE")
         ->group("Pictures");
     command
         .add_flag("--two-pass", options.twoPass,
@@ -173,10 +191,14 @@ void AddPicture(CLI::App& command, ConvertOptions& options)
 void AddSound(CLI::App& command, ConvertOptions& options)
 {
     command.add_option("--sample-rate", options.sampleRate, "Hz")
+        ->type_name("RATE")
         ->check(CLI::Range(1, 1536000))
         ->group("Sound");
-    command.add_option("--channels", options.channels, "A number, or a layout's name")->group("Sound");
+    command.add_option("--channels", options.channels, "A number, or a layout's name")
+        ->type_name("LAYOUT")
+        ->group("Sound");
     command.add_option("--audio-quality", options.audioQuality, "1 is the best, 100 the smallest")
+        ->type_name("NUMBER")
         ->check(CLI::Range(1, 100))
         ->group("Sound");
     command
@@ -184,6 +206,7 @@ void AddSound(CLI::App& command, ConvertOptions& options)
             "--audio-bitrate",
             [&](const std::string& text) { options.audioBitrate = ParseBitrate("--audio-bitrate", text); },
             "Bits per second: 128k")
+        ->type_name("RATE")
         ->group("Sound");
 }
 
@@ -196,17 +219,20 @@ void AddWork(CLI::App& command, ConvertOptions& options)
                 for (const std::string& text : texts)
                     options.encoderOptions.push_back(ParseOption(text));
             },
-            "NAME=VALUE for the encoders that have such an option; may be given several times")
+            "For the encoders that have such an option; may be given several times")
+        ->type_name("NAME=VALUE")
         ->allow_extra_args(false)
         ->group("Work");
     command
         .add_option("--threads", options.threads, "For each decoder and encoder; default: as there are cores")
+        ->type_name("NUMBER")
         ->check(CLI::Range(1, 1024))
         ->group("Work");
     command
         .add_option_function<std::string>(
             "--progress", [&](const std::string& form) { options.progressJson = form == "json"; },
             "line: on the terminal (default); json: lines for programs, on standard output")
+        ->type_name("FORM")
         ->check(CLI::IsMember({"line", "json"}))
         ->group("Work");
 }
@@ -229,6 +255,7 @@ void AddConvert(CLI::App& app, Program& program)
         "Streams that OUT usually holds are copied, others are encoded. OUT appears when it is complete. "
         "Ctrl-C\n"
         "ends it well where it is, twice drops it.\n\n"
+        "Examples:\n"
         "  tessadrin convert film.mkv film.mp4\n"
         "  tessadrin convert film.mkv small.webm --size x480 --quality 60\n"
         "  tessadrin convert film.mp4 sound.flac\n"

@@ -178,7 +178,9 @@ void AddDump(CLI::App& app, Program& program)
     const auto options = std::make_shared<DumpOptions>();
     CLI::App* command =
         app.add_subcommand("dump", "Write pictures and bitmap subtitles as BMP files, print text subtitles");
-    command->add_option("FILE", options->file, "The file to decode")->required()->type_name("");
+    command->add_option("FILE", options->file, "The file to decode; - for standard input")
+        ->required()
+        ->type_name("");
     command->add_option("--name", options->name,
                         "Begin of the files' names, with a folder if wanted (default: that of FILE, here)");
     command->add_option("--count", options->count, "Dumps of each stream (default: 1)")

@@ -141,7 +141,7 @@ void AddFormats(CLI::App& app, Program& program)
         "Examples:\n"
         "  tessadrin formats                  every format, and who reads and writes it\n"
         "  tessadrin formats mp4 matroska     these two\n"
-        "  tessadrin formats --json | jq .    for programs (docs/formats.schema.json)");
+        "  tessadrin formats --json | jq .    for programs (formats.schema.json)");
     command->callback([options, &program] {
         program.command = [options](const Program& chosen) { return RunFormats(*options, chosen); };
     });

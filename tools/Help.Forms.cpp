@@ -40,15 +40,6 @@ std::vector<std::string> NamesOf(const CLI::Option& option)
 
 bool TakesValue(const CLI::Option& option) { return option.get_items_expected_max() > 0; }
 
-/// What the value is called in descriptions.
-std::string ValueOf(const CLI::Option& option)
-{
-    if (!TakesValue(option))
-        return {};
-    const std::string type = option.get_type_name();
-    return type.substr(0, type.find(':'));
-}
-
 std::string Replaced(std::string text, std::string_view what, std::string_view by)
 {
     for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
@@ -123,7 +114,28 @@ std::vector<std::string> ChoicesOf(const CLI::Option& option)
     return words;
 }
 
+/// The program's own lists, where they are what a value comes from.
+std::string ListedBy(const CLI::Option& option)
+{
+    const std::string value = ValueOf(option);
+    const auto names = [](std::string_view command) {
+        return fmt::format("tessadrin {} 2>/dev/null | awk \"NR > 1 && \\$1 !~ /,/ {{ print \\$1 }}\"",
+                           command);
+    };
+    return value == "CODEC"    ? "echo copy none; " + names("codecs")
+           : value == "FORMAT" ? names("formats")
+                               : "";
+}
+
 }  // namespace
+
+std::string ValueOf(const CLI::Option& option)
+{
+    if (!TakesValue(option))
+        return {};
+    const std::string type = option.get_type_name();
+    return type.substr(0, type.find(':'));
+}
 
 std::string ManPage(const CLI::App& app)
 {
@@ -141,7 +153,10 @@ std::string ManPage(const CLI::App& app)
         if (!command->get_footer().empty())
             text += ".PP\n" + RoffText(command->get_footer());
     }
-    text += ".SH EXIT STATUS\n" + RoffText(app.get_footer());
+    const std::string footer = app.get_footer();
+    const size_t examples = footer.find("Examples:\n");
+    text += ".SH EXIT STATUS\n" + RoffText(footer.substr(0, footer.find("\n\n")));
+    text += ".SH EXAMPLES\n" + RoffText(footer.substr(footer.find('\n', examples) + 1));
     text += ".SH ENVIRONMENT\n.TP\n.B NO_COLOR\nNo colours, wherever the output goes.\n";
     return text + ".SH SEE ALSO\n.BR ffmpeg (1),\n.BR ffprobe (1)\n";
 }
@@ -149,11 +164,16 @@ std::string ManPage(const CLI::App& app)
 std::string BashCompletion(const CLI::App& app)
 {
     std::string commands, cases, choices;
-    const auto words = [](const CLI::App& of) {
+    std::set<std::string> general;
+    for (const CLI::Option* option : OptionsOf(app))
+        for (const std::string& name : NamesOf(*option))
+            general.insert(name);
+    const auto words = [&](const CLI::App& of) {
         std::string list;
         for (const CLI::Option* option : OptionsOf(of))
             for (const std::string& name : NamesOf(*option))
-                list += (list.empty() ? "" : " ") + name;
+                if (&of == &app || !general.contains(name))
+                    list += (list.empty() ? "" : " ") + name;
         return list;
     };
     std::set<std::string> withValue;
@@ -162,6 +182,9 @@ std::string BashCompletion(const CLI::App& app)
             if (!TakesValue(*option))
                 continue;
             const std::string names = fmt::format("{}", fmt::join(NamesOf(*option), "|"));
+            if (const std::string list = ListedBy(*option); !list.empty() && withValue.insert(names).second)
+                choices += fmt::format(
+                    "        {}) COMPREPLY=($(compgen -W \"$({})\" -- \"$word\")); return ;;\n", names, list);
             if (const auto known = ChoicesOf(*option); !known.empty() && withValue.insert(names).second)
                 choices += fmt::format("        {}) COMPREPLY=($(compgen -W '{}' -- \"$word\")); return ;;\n",
                                        names, fmt::join(known, " "));
@@ -183,10 +206,7 @@ _tessadrin() {{
         fi
     done
     case $previous in
-{3}        --video-codec|--audio-codec|--subtitle-codec)
-            COMPREPLY=($(compgen -W "copy none $(tessadrin codecs 2>/dev/null | awk 'NR > 1 {{ print $1 }}')" -- "$word"))
-            return ;;
-    esac
+{3}    esac
     case $command in
 {2}    esac
     if [[ -z $command || $command == help ]]; then
@@ -194,7 +214,9 @@ _tessadrin() {{
     fi
     if [[ $word == -* || -z $command || $command == help ]]; then
         COMPREPLY=($(compgen -W "$options {1}" -- "$word"))
-    else
+    elif [[ $command == codecs || $command == formats ]]; then
+        COMPREPLY=($(compgen -W "$(tessadrin $command 2>/dev/null | awk 'NR > 1 {{ print $1 }}')" -- "$word"))
+    elif [[ $command != doctor ]]; then
         compopt -o filenames 2>/dev/null
         COMPREPLY=($(compgen -f -- "$word"))
     fi
@@ -266,7 +288,10 @@ std::string FishCompletion(const CLI::App& app)
                 text += " -l " + name;
             if (TakesValue(*option)) {
                 const auto choices = ChoicesOf(*option);
-                text += choices.empty() ? " -r" : fmt::format(" -x -a '{}'", fmt::join(choices, " "));
+                const std::string list = ListedBy(*option);
+                text += !list.empty()     ? fmt::format(" -x -a '({})'", list)
+                        : choices.empty() ? " -r"
+                                          : fmt::format(" -x -a '{}'", fmt::join(choices, " "));
             }
             text += " -d " + Quoted(option->get_description()) + "\n";
         }

@@ -22,10 +22,36 @@ struct HelpOptions {
     std::string form;
 };
 
+class HelpFormat final : public CLI::Formatter {
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        const std::string value = ValueOf(*option);
+        return (value.empty() ? "" : " " + value) +
+               (option->get_positional() && option->get_expected_max() > 1 ? "..." : "");
+    }
+    std::string make_option_desc(const CLI::Option* option) const override
+    {
+        constexpr size_t columns = 80;
+        std::string text = option->get_description();
+        const size_t width = columns - get_column_width();
+        for (size_t begin = 0; text.size() - begin > width;) {
+            size_t end = text.rfind(' ', begin + width);
+            if (end == std::string::npos || end <= begin)
+                end = text.find(' ', begin + width);
+            if (end == std::string::npos)
+                break;
+            text[end] = '\n';
+            begin = end + 1;
+        }
+        return text;
+    }
+};
+
 ExitCode PrintTopic(CLI::App& app, const std::string& topic)
 {
     if (topic.empty()) {
-        fmt::print("{}", app.help());
+        // app.help() would be that of `help`, the command that was chosen
+        fmt::print("{}", app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
         return EXIT_ALL_WELL;
     }
     std::vector<std::string> names;
@@ -41,6 +67,14 @@ ExitCode PrintTopic(CLI::App& app, const std::string& topic)
 }
 
 }  // namespace
+
+std::shared_ptr<CLI::Formatter> MakeHelpFormat()
+{
+    auto format = std::make_shared<HelpFormat>();
+    format->label("SUBCOMMAND", "COMMAND");
+    format->label("Subcommands", "Commands");
+    return format;
+}
 
 void AddHelp(CLI::App& app, Program& program)
 {

@@ -1,14 +1,23 @@
 /// @file
-/// The command line described in other forms than `--help`: all from the commands themselves.
+/// The command line described: for `--help` and in other forms, all from the commands themselves.
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace CLI {
 class App;
-}
+class Formatter;
+class Option;
+}  // namespace CLI
 
 namespace Quorva::Tool {
+
+/// How `--help` looks: lines of at most 80 columns.
+std::shared_ptr<CLI::Formatter> MakeHelpFormat();
+
+/// What an option's value is called in descriptions, "TIME"; empty when it takes none.
+std::string ValueOf(const CLI::Option& option);
 
 /// The manual page, in roff.
 std::string ManPage(const CLI::App& app);

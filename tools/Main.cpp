@@ -1,5 +1,6 @@
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "tools/Command.h"
+#include "tools/Help.h"
 #include "tools/Launcher.h"
 #include "tools/support/Console.h"
 #include "tools/support/Logging.h"
@@ -58,7 +59,9 @@ std::string Complaint(const CLI::App& app, const CLI::ParseError& error)
 int UsageFailure(const CLI::App& app, const CLI::ParseError& error)
 {
     WriteComplaint("tessadrin: " + Complaint(app, error));
-    WriteLine("`tessadrin help` and `tessadrin help COMMAND` tell what there is.");
+    const auto chosen = app.get_subcommands();
+    WriteLine(fmt::format("`tessadrin help{}` tells what there is.",
+                          chosen.empty() ? "" : " " + chosen.front()->get_name()));
     return EXIT_USAGE;
 }
 
@@ -77,9 +80,10 @@ int Run(int argc, char** argv)
 {
     Program program;
     CLI::App app("Media files as the pipeline sees them.", "tessadrin");
+    app.formatter(MakeHelpFormat());
     app.require_subcommand(1);
     app.fallthrough();
-    app.set_version_flag("--version", VersionLines,
+    app.set_version_flag("-V,--version", VersionLines,
                          "Print the versions of the program and of FFmpeg, and exit");
     app.add_flag_function(
         "-v,--verbose", [&program](int64_t count) { program.verbosity = static_cast<int>(count); },

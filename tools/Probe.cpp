@@ -122,14 +122,16 @@ void AddProbe(CLI::App& app, Program& program)
 {
     const auto options = std::make_shared<ProbeOptions>();
     CLI::App* command = app.add_subcommand("probe", "Tell what media files are and what is in them");
-    command->add_option("FILE", options->files, "Files, and folders whose files are taken one by one")
+    command
+        ->add_option("FILE", options->files,
+                     "Files, and folders whose files are taken one by one; - for standard input")
         ->required()
         ->type_name("");
     CLI::Option* packets =
         command->add_flag("--packets", options->packets, "Print every packet, times in microseconds");
     CLI::Option* count = command->add_flag("--count", options->count, "Count packets and their bytes");
     CLI::Option* json =
-        command->add_flag("--json", options->json, "Print one JSON document (docs/probe.schema.json)");
+        command->add_flag("--json", options->json, "Print one JSON document (probe.schema.json)");
     CLI::Option* table =
         command->add_flag("--table", options->table, "Print one line for each file, packets counted");
     packets->excludes(count)->excludes(table);
@@ -139,7 +141,7 @@ void AddProbe(CLI::App& app, Program& program)
         "  tessadrin probe film.mkv                        container, streams, tags, chapters\n"
         "  tessadrin probe --table Films                   a line for each file in a folder\n"
         "  tessadrin probe --count film.mkv                read to the end: packets and bytes\n"
-        "  tessadrin probe --json film.mkv | jq .files     for programs (docs/probe.schema.json)");
+        "  tessadrin probe --json film.mkv | jq .files     for programs (probe.schema.json)");
     command->callback([options, &program] {
         program.command = [options](const Program& chosen) { return RunProbe(*options, chosen); };
     });

@@ -39,7 +39,7 @@ FileWalk WalkFiles(const std::vector<std::string>& arguments)
     FileWalk walk;
     for (const std::string& argument : arguments) {
         std::error_code ignored;  // whatever is wrong with it shows when it is opened
-        if (!fs::is_directory(argument, ignored)) {
+        if (argument == "-" || !fs::is_directory(argument, ignored)) {
             walk.files.push_back({argument, {}});
             continue;
         }

@@ -5,6 +5,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tools/support/Failure.h"
+#include "tools/support/StandardInput.h"
 
 #include <fmt/format.h>
 
@@ -93,7 +94,7 @@ std::string_view LocalPath(std::string_view url)
 
 DetectedInput DetectInput(const std::string& path)
 {
-    DetectedInput input{path, OpenStream(path), 0, {}};
+    DetectedInput input{path, OpenStream(path == "-" ? StandardInputPath() : path), 0, {}};
     input.size = input.stream->GetSize();
     ReadLosses losses;
     const auto probe =
@@ -172,7 +173,7 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
     if (demuxer->name == NAMED_IMAGES)
         Proc::PutMetadata(&options, "pattern_type", "none");  // a '%' or '*' in a name is just that
     // The name lets recognisers look at the file again and playlists find their pieces.
-    const int opened = avformat_open_input(&fresh, input.path.c_str(), demuxer, &options);
+    const int opened = avformat_open_input(&fresh, input.stream->GetName().c_str(), demuxer, &options);
     context.reset(fresh);  // null when that failed
     if (opened < 0) {
         CheckStreams();  // which may be the reason

@@ -127,11 +127,19 @@ OutputFiles::~OutputFiles()
             ::unlink(file.provisional.c_str());  // a destructor could tell nobody of a failure
 }
 
-boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& path)
+void OutputFiles::Check(const std::string& path) const
 {
     struct stat status{};
     if (!overwrite && ::lstat(path.c_str(), &status) == 0)
         ThrowFileFailure("is there already; --overwrite replaces it");
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    if (::access(folder.empty() ? "." : folder.c_str(), W_OK) < 0)
+        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(errno)));
+}
+
+boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& path)
+{
+    Check(path);
     // A link stays, what it names is replaced.
     std::error_code error;
     const std::filesystem::path target = std::filesystem::canonical(path, error);

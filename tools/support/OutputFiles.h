@@ -21,6 +21,10 @@ public:
     OutputFiles& operator=(const OutputFiles&) = delete;
     ~OutputFiles();
 
+    /// Tells early what Create() would only tell after the work of a first pass.
+    /// @throws Core::IOException  something is there and mustn't be replaced, or there is no folder for it
+    void Check(const std::string& path) const;
+
     /// A new file that will be at `path`.
     /// @throws Core::IOException  something is there and mustn't be replaced, or the system refuses
     boost::intrusive_ptr<Core::IDataOutput> Create(const std::string& path);

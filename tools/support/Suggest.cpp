@@ -45,7 +45,14 @@ std::string NearestName(std::string_view name, std::span<const std::string> cand
 
 std::string DidYouMean(std::string_view name, std::span<const std::string> candidates)
 {
-    const std::string nearest = NearestName(name, candidates);
+    std::string nearest = NearestName(name, candidates);
+    if (nearest.empty() && name.size() > name.find_first_not_of('-') + 1)  // the beginning of just one?
+        for (const std::string& candidate : candidates)
+            if (candidate.starts_with(name)) {
+                if (!nearest.empty())
+                    return {};
+                nearest = candidate;
+            }
     return nearest.empty() ? nearest : "; did you mean '" + Printable(nearest) + "'?";
 }
 

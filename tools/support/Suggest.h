@@ -12,7 +12,7 @@ namespace Quorva::Tool {
 /// empty when none is near enough to be a slip.
 std::string NearestName(std::string_view name, std::span<const std::string> candidates);
 
-/// "; did you mean 'NAME'?" for the nearest candidate, or nothing.
+/// "; did you mean 'NAME'?" for the nearest candidate, else for the only one that begins so, or nothing.
 std::string DidYouMean(std::string_view name, std::span<const std::string> candidates);
 
 }  // namespace Quorva::Tool

@@ -162,8 +162,8 @@ private:
 class TESSADRIN_API SafeSwsContext::Exception : public ProcException, public SwsCtxParams {
 public:
     Exception() = default;
-    /// @param params  what was asked for
-    explicit Exception(const SwsCtxParams& params) : SwsCtxParams(params) {}
+    /// @param asked  what was asked for
+    explicit Exception(const SwsCtxParams& asked) : SwsCtxParams(asked) {}
     Exception(const Exception&) = default;
     ~Exception() override;
 };

@@ -77,9 +77,9 @@ template <class E>
 template <class... Args>
 struct Description {
     template <class Text>
-    consteval Description(const Text& text, const char* function = __builtin_FUNCTION(),
-                          std::source_location here = std::source_location::current())
-        : format(text), function(function), here(here)
+    consteval Description(const Text& text, const char* caller = __builtin_FUNCTION(),
+                          std::source_location place = std::source_location::current())
+        : format(text), function(caller), here(place)
     {
     }
 
@@ -111,11 +111,11 @@ TESSADRIN_API std::string GetErrorDescriptionFFMPEG(int errorCode);
 /// Sets one named option of one FFmpeg object; a refusal becomes a ProcException that names the option.
 class TESSADRIN_API AVOptSetter {
 public:
-    /// @param object       an FFmpeg object whose first member is its AVClass; not owned
-    /// @param name         NUL-terminated; outlives the setter
-    /// @param searchFlags  AV_OPT_SEARCH_*, or 0
-    AVOptSetter(void* object, std::string_view name, int searchFlags)
-        : object(object), name(name), searchFlags(searchFlags)
+    /// @param owner   an FFmpeg object whose first member is its AVClass; not owned by the setter
+    /// @param option  NUL-terminated; outlives the setter
+    /// @param flags   AV_OPT_SEARCH_*, or 0
+    AVOptSetter(void* owner, std::string_view option, int flags)
+        : object(owner), name(option), searchFlags(flags)
     {
     }
 

@@ -26,7 +26,7 @@ class UniquePtr {
 public:
     UniquePtr() noexcept {}  // defaulted, the exported instantiation would leave it out
     /// Takes the object over; null makes an empty owner.
-    explicit UniquePtr(T* pointer) noexcept : pointer(pointer) {}
+    explicit UniquePtr(T* object) noexcept : pointer(object) {}
     UniquePtr(UniquePtr&& other) noexcept : pointer(other.release()) {}
     UniquePtr& operator=(UniquePtr&& other) noexcept
     {
