@@ -181,8 +181,9 @@ void AddDump(CLI::App& app, Program& program)
     command->add_option("FILE", options->file, "The file to decode; - for standard input")
         ->required()
         ->type_name("");
-    command->add_option("--name", options->name,
-                        "Begin of the files' names, with a folder if wanted (default: that of FILE, here)");
+    command->add_option(
+        "--name", options->name,
+        "Begin of the files' names, with a folder if wanted (default: that of FILE, or stdin, here)");
     command->add_option("--count", options->count, "Dumps of each stream (default: 1)")
         ->check(CLI::PositiveNumber);
     command->add_option("--every", options->every, "Dump every Nth picture or subtitle only")
@@ -214,7 +215,8 @@ void AddDump(CLI::App& app, Program& program)
         "  tessadrin dump film.mkv --stream 3 --count 100           100 subtitles of stream 3");
     command->callback([options, &program] {
         if (options->name.empty())
-            options->name = std::filesystem::path(options->file).stem();
+            options->name =
+                options->file == "-" ? "stdin" : std::filesystem::path(options->file).stem().native();
         program.command = [options](const Program& chosen) { return RunDump(*options, chosen); };
     });
 }
