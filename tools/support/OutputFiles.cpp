@@ -132,9 +132,6 @@ void OutputFiles::Check(const std::string& path) const
     struct stat status{};
     if (!overwrite && ::lstat(path.c_str(), &status) == 0)
         ThrowFileFailure("is there already; --overwrite replaces it");
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    if (::access(folder.empty() ? "." : folder.c_str(), W_OK) < 0)
-        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(errno)));
 }
 
 boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& path)

@@ -22,7 +22,7 @@ public:
     ~OutputFiles();
 
     /// Tells early what Create() would only tell after the work of a first pass.
-    /// @throws Core::IOException  something is there and mustn't be replaced, or there is no folder for it
+    /// @throws Core::IOException  something is there and mustn't be replaced
     void Check(const std::string& path) const;
 
     /// A new file that will be at `path`.
