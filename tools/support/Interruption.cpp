@@ -11,6 +11,7 @@ namespace {
 constexpr int SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
 constinit std::atomic<int> wishes = 0;
+constinit Proc::Cancellation cancellation;
 static_assert(std::atomic<int>::is_always_lock_free, "written in a signal handler");
 constinit struct sigaction former[std::size(SIGNALS)] = {};
 
@@ -19,8 +20,10 @@ constinit struct sigaction former[std::size(SIGNALS)] = {};
 Interruption::Interruption()
 {
     wishes = 0;
+    cancellation.Reset();
     struct sigaction action{};
     action.sa_handler = [](int signal) {
+        cancellation.RequestStop();
         if (++wishes < 3)
             return;
         // Asked thrice: nothing here gets on.
@@ -43,5 +46,6 @@ Interruption::~Interruption()
 
 bool Interruption::IsWanted() noexcept { return wishes > 0; }
 bool Interruption::IsUrgent() noexcept { return wishes > 1; }
+const Proc::Cancellation& Interruption::GetCancellation() noexcept { return cancellation; }
 
 }  // namespace Quorva::Tool

@@ -2,6 +2,8 @@
 /// Ctrl-C, and its like, as a wish that the work ends well.
 #pragma once
 
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Cancellation.h"
+
 namespace Quorva::Tool {
 
 /// While an object lives, SIGINT, SIGTERM and SIGHUP don't end the process. One object at a time.
@@ -16,6 +18,8 @@ public:
     static bool IsWanted() noexcept;
     /// Whether it is to be dropped as it is: somebody asked twice.
     static bool IsUrgent() noexcept;
+    /// Requests a stop from the first signal on; for FFmpeg's callbacks and for streams.
+    static const Proc::Cancellation& GetCancellation() noexcept;
 };
 
 }  // namespace Quorva::Tool

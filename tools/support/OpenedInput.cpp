@@ -5,6 +5,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 #include "tools/support/StandardInput.h"
 
 #include <fmt/format.h>
@@ -120,7 +121,7 @@ std::unique_ptr<Proc::GuardedIO> OpenedInput::MakeSource(boost::intrusive_ptr<Co
     stream->MoveTo(0);
     bytes += stream->GetSize();
     return std::make_unique<Proc::GuardedIO>(MakeRefCounted<SteadyInput>(std::move(stream), losses),
-                                             Proc::GuardedIO::SIZE, failure);
+                                             Proc::GuardedIO::SIZE, failure, Interruption::GetCancellation());
 }
 
 int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
@@ -167,6 +168,7 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
     fresh->opaque = this;
     fresh->io_open = OpenFurther;
     fresh->io_close2 = CloseFurther;
+    fresh->interrupt_callback = Interruption::GetCancellation().GetInterruptCallback();
     Dictionary options;
     // Some demuxers open further files on their own, past io_open: no protocol is called that.
     Proc::PutMetadata(&options, "protocol_whitelist", "none");
@@ -202,7 +204,7 @@ bool OpenedInput::ReadPacket(AVPacket* packet)
             ThrowEndless(packets);
         return true;
     }
-    if (result == AVERROR_EOF)
+    if (result == AVERROR_EOF || result == AVERROR_EXIT)
         return false;
     failure.Check();
     ThrowFFmpegFailure(fmt::format("reading stopped after {} packet{}", packets, packets == 1 ? "" : "s"),
