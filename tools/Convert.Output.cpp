@@ -119,6 +119,10 @@ void Output::Begin()
             result);
     Check("refuses these streams", result);
     begun = true;
+    std::vector<bool> awaited;
+    for (const AVStream* stream : std::span(context->streams, context->nb_streams))
+        awaited.push_back(!IsAttachment(stream));
+    queue.emplace(awaited);
 }
 
 /// Muxers refuse time stamps of decoding that stand still or go back, as damaged inputs have them.
@@ -155,7 +159,21 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
             position,
             Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0), target.time_base));
     ++packets;
-    CheckPacket("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
+    CheckPacket("refuses a packet", Interleave(packet));
+}
+
+/// Has the muxer write all that it holds back when that becomes too much. (MXF's keeps it: it needs whole
+/// edit units.)
+int Output::Interleave(AVPacket& packet)
+{
+    const int64_t time = Proc::stream_to_global(packet.dts, context->streams[packet.stream_index]->time_base);
+    if (time != AV_NOPTS_VALUE)
+        queue->Add(static_cast<size_t>(packet.stream_index), time, static_cast<uint64_t>(packet.size));
+    const bool isFull = queue->IsFull();
+    context->max_interleave_delta = isFull ? 1 : InterleavingQueue::LONGEST;
+    if (isFull)
+        queue->Clear();
+    return av_interleaved_write_frame(context.get(), &packet);
 }
 
 void Output::CheckPacket(const char* what, int result)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
+#include "tools/Convert.Interleaving.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/OutputFiles.h"
 
@@ -53,6 +54,7 @@ private:
                            AVDictionary** options);
     static int ClosePicture(AVFormatContext* context, AVIOContext* io);
     void Repair(AVPacket& packet, AVStream& stream);
+    int Interleave(AVPacket& packet);
     void Check(const char* what, int result);
     void CheckPacket(const char* what, int result);
 
@@ -61,9 +63,10 @@ private:
     uint64_t closedBytes = 0;  ///< of pictures that are complete
     int64_t position = 0;
     uint64_t packets = 0;
-    uint64_t refused = 0;          ///< of them
-    int refusal = 0;               ///< FFmpeg's result, of the last
-    std::vector<int64_t> lastDts;  ///< of each stream, in its time base
+    uint64_t refused = 0;                    ///< of them
+    int refusal = 0;                         ///< FFmpeg's result, of the last
+    std::vector<int64_t> lastDts;            ///< of each stream, in its time base
+    std::optional<InterleavingQueue> queue;  ///< from Begin() on
     bool begun = false;
     std::unique_ptr<Proc::GuardedIO> file;  ///< none for pictures
     std::unique_ptr<AVFormatContext, FreeContext> context;

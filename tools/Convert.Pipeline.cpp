@@ -3,6 +3,8 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tools/support/Failure.h"
 
+#include <utility>
+
 namespace Quorva::Tool {
 
 namespace {
@@ -19,45 +21,96 @@ PacketPointer TakenOver(AVPacket& packet)
     return own;
 }
 
+[[noreturn]] void ThrowAbandoned()
+{
+    Proc::Details::Raise(Proc::ProcException() << TagDescription("the conversion has ended already"));
+}
+
 }  // namespace
 
 Step& Steps::Begin(int stream)
 {
     Step& step = steps.emplace_back();
     step.stream = stream;
+    if (steps.size() == 1) {
+        const std::lock_guard lock(mutex);
+        first = &step;
+    }
     return step;
 }
 
-bool Steps::WriteFirst(PacketSink& sink, bool wait)
+bool Steps::WriteFirst(PacketSink& sink, bool wait, const std::function<bool()>& enough)
 {
-    Step& first = steps.front();
+    Step& front = steps.front();
     writing.clear();
     bool complete = false;
     {
         std::unique_lock lock(mutex);
         if (wait)
-            changed.wait(lock, [&] { return first.complete || !first.results.empty(); });
-        writing.swap(first.results);
-        complete = first.complete;
+            changed.wait(lock,
+                         [&] { return front.complete || !front.results.empty() || (enough && enough()); });
+        writing.swap(front.results);
+        waitingPackets -= writing.size();
+        waitingBytes -= std::exchange(front.bytes, 0);
+        complete = front.complete;
+        if (complete)
+            first = steps.size() > 1 ? &steps[1] : nullptr;
+        written.notify_all();
     }
     for (Step::Result& result : writing)
         sink.Write(*result.packet, result.stream, result.timeBase);
     if (!complete)
         return false;
-    if (first.failure)
-        std::rethrow_exception(first.failure);
-    if (first.done)
-        done.insert(first.stream);
+    if (front.failure)
+        std::rethrow_exception(front.failure);
+    if (front.done)
+        done.insert(front.stream);
     steps.pop_front();
     return true;
 }
 
-void Steps::Give(Step& step, AVPacket& packet, int stream, AVRational timeBase)
+bool Steps::IsFull()
+{
+    const std::lock_guard lock(mutex);
+    return waitingPackets >= MOST_PACKETS || waitingBytes >= MOST_BYTES;
+}
+
+/// @param size  bytes that come on top
+bool Steps::HasRoom(const Step& step, uint64_t size) const
+{
+    if (waitingPackets == 0 || (waitingPackets < MOST_PACKETS && waitingBytes + size <= MOST_BYTES))
+        return true;
+    return &step == first && (step.results.empty() ||
+                              (step.results.size() < FIRST_PACKETS && step.bytes + size <= FIRST_BYTES));
+}
+
+void Steps::Give(Step& step, AVPacket& packet, int stream, AVRational timeBase, bool block)
 {
     PacketPointer own = TakenOver(packet);
-    const std::lock_guard lock(mutex);
+    const auto size = static_cast<uint64_t>(own->size);
+    std::unique_lock lock(mutex);
+    if (block)
+        written.wait(lock, [&] { return abandoned || HasRoom(step, size); });
+    if (abandoned)
+        ThrowAbandoned();
     step.results.push_back({std::move(own), stream, timeBase});
+    step.bytes += size;
+    ++waitingPackets;
+    waitingBytes += size;
     changed.notify_one();
+}
+
+void Steps::Wake() noexcept
+{
+    const std::lock_guard lock(mutex);
+    changed.notify_one();
+}
+
+void Steps::Abandon() noexcept
+{
+    const std::lock_guard lock(mutex);
+    abandoned = true;
+    written.notify_all();
 }
 
 void Steps::Complete(Step& step, bool isDone, std::exception_ptr failure) noexcept
@@ -90,6 +143,7 @@ void CodedPath::Finish(Step& step) { inputs.Push({nullptr, &step}); }
 void CodedPath::DecodeAll(const std::stop_token& stop)
 {
     while (const std::optional<Input> input = inputs.Pop(stop)) {
+        steps.Wake();  // the thread that writes may have waited for room in here
         Decoded end;
         end.step = input->step;
         end.last = !input->packet;

@@ -1,8 +1,8 @@
 // The conversion itself: input, paths and output brought together.
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
 #include "tools/Convert.Encoders.h"
-#include "tools/Convert.Output.h"
-#include "tools/Convert.Pipeline.h"
+#include "tools/Convert.Gaps.h"
+#include "tools/Convert.Pass.h"
 #include "tools/Convert.Progress.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
@@ -29,8 +29,6 @@ using Treatment = StreamPlan::Treatment;
 
 /// Decoders of sound need a little before the beginning.
 constexpr int64_t LEAD = 200'000;  // microseconds
-/// Packets of the input that may be read while the first one is at work.
-constexpr size_t AHEAD = 64;
 
 /// A folder for an encoder's notes, gone with the object.
 class TemporaryFolder {
@@ -69,20 +67,6 @@ public:
     bool Run();
 
 private:
-    /// What goes through the input once.
-    struct Pass {
-        std::optional<Output> output;  ///< none in a first pass of two
-        NoSink nowhere;
-        Steps steps;
-        std::vector<std::unique_ptr<Path>> owned;  ///< null for streams that take no part
-        std::map<int, Path*> paths;                ///< by input stream
-        std::set<int> awaited;                     ///< input streams whose end is the end
-
-        PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
-        bool Write(size_t ahead);
-        void Finish();
-    };
-
     void Tell(const std::string& line) const
     {
         if (!quiet)
@@ -99,6 +83,8 @@ private:
     TimeFrame GetTimeFrame() const { return {plan.origin, plan.end, options.start.value_or(0) > 0}; }
     void Prepare(OpenedInput& input) const;
     bool Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress);
+    bool PassOn(GapFilter& filter, const OpenedInput& input, Pass& pass, ConvertProgress& progress);
+    GapFilter MakeFilter(const OpenedInput& input, const Pass& pass);
     EncoderSetting SettingFor(size_t index, int pass) const;
     std::optional<int64_t> ExpectedDuration(const OpenedInput& input) const;
 
@@ -189,7 +175,8 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     const StreamPlan& stream = plan.streams[index];
     const AVStream& source = *input->streams[stream.input];
     AVStream* const target = pass.output ? &pass.output->AddStream() : nullptr;
-    auto sink = std::make_unique<StepSink>(pass.steps);
+    // Copies are made in the thread that writes.
+    auto sink = std::make_unique<StepSink>(pass.steps, stream.treatment != Treatment::Copy);
     std::unique_ptr<Path> path;
     if (stream.treatment == Treatment::Copy) {
         CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
@@ -206,64 +193,65 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     return path;
 }
 
-/// Writes what has come so far, and waits until no more than `ahead` packets of the input are at work.
-///
-/// @return whether nothing more is wanted. What was read ahead behind that point is dropped.
-bool Conversion::Pass::Write(size_t ahead)
+/// The way of packets from the demuxer to the paths; jumps that it closes up are shown once.
+GapFilter Conversion::MakeFilter(const OpenedInput& input, const Pass& pass)
 {
-    while (steps.GetCount() > 0) {
-        const bool wait = steps.GetCount() > ahead;
-        if (!steps.WriteFirst(GetSink(), wait) && !wait)
-            return false;
-        if (std::ranges::includes(steps.GetDone(), awaited)) {
-            while (steps.GetCount() > 0)
-                steps.WriteFirst(nowhere, true);
+    std::set<int> streams;
+    for (const auto& [index, path] : pass.paths)
+        streams.insert(index);
+    return {*input.Get(), streams, options.maxGap, [this](int64_t at, int64_t distance) {
+                const std::string line =
+                    fmt::format("{}: times jump {}by {} at {}; closed up", options.input,
+                                distance < 0 ? "back " : "", DurationText(std::abs(distance)),
+                                DurationText(at - plan.origin + options.start.value_or(0)));
+                if (told.insert(line).second)
+                    Tell(line);
+            }};
+}
+
+/// @return whether nothing more is wanted
+bool Conversion::PassOn(GapFilter& filter, const OpenedInput& input, Pass& pass, ConvertProgress& progress)
+{
+    while (const PacketPointer packet = filter.Pop()) {
+        // A first pass writes nothing: its position is the input's.
+        const int64_t read =
+            Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
+        if (pass.Take(*packet))
             return true;
-        }
+        progress.Update(pass.output              ? pass.output->GetPosition()
+                        : read == AV_NOPTS_VALUE ? 0
+                                                 : read - plan.origin,
+                        pass.output ? pass.output->GetBytes() : 0);
     }
     return false;
 }
 
-void Conversion::Pass::Finish()
-{
-    for (const auto& path : owned)
-        if (path)
-            path->Finish(steps.Begin(0));
-    while (steps.GetCount() > 0)
-        steps.WriteFirst(GetSink(), true);
-}
-
+/// @return false when somebody stopped it
 bool Conversion::Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress)
 {
+    GapFilter filter = MakeFilter(input, pass);
     const PacketPointer packet(Proc::CreatePacket(0));
+    std::exception_ptr failure;
     while (!Interruption::IsWanted()) {
         try {
-            if (!input.ReadPacket(packet.get())) {
-                pass.Write(0);
-                return true;
-            }
+            if (!input.ReadPacket(packet.get()))
+                break;
         } catch (...) {
-            const std::exception_ptr failure = std::current_exception();
-            if (!pass.Write(0))
-                readFailure = failure;
-            return true;
+            failure = std::current_exception();
+            break;
         }
-        if (const auto path = pass.paths.find(packet->stream_index); path != pass.paths.end()) {
-            // A first pass writes nothing: its position is the input's.
-            const int64_t read =
-                Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
-            if (!path->second->IsDone())
-                path->second->Take(*packet, pass.steps.Begin(path->first));
-            if (pass.Write(AHEAD))
-                return true;
-            progress.Update(pass.output              ? pass.output->GetPosition()
-                            : read == AV_NOPTS_VALUE ? 0
-                                                     : read - plan.origin,
-                            pass.output ? pass.output->GetBytes() : 0);
-        }
+        if (pass.paths.contains(packet->stream_index))
+            filter.Push(*packet);
         av_packet_unref(packet.get());
+        if (PassOn(filter, input, pass, progress))
+            return true;
     }
-    return false;
+    const bool complete = !Interruption::IsWanted();
+    filter.Finish();
+    if (PassOn(filter, input, pass, progress) || pass.Write(0))
+        return true;
+    readFailure = failure;
+    return complete;
 }
 
 void Conversion::Open(Pass& pass, OpenedInput& input, int number)

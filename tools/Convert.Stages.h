@@ -122,6 +122,7 @@ private:
     void Crop(AVFrame& decoded) const;
     void Retime(AVFrame& converted, int64_t time, int64_t duration);
     void RepeatUntil(int64_t time);
+    void Repeat(int64_t until);
     void Encode(AVFrame& converted, int64_t tick, int64_t duration);
     Proc::FramePtr Convert(AVFrame& decoded);
 

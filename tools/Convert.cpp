@@ -75,6 +75,16 @@ std::pair<std::string, std::string> ParseOption(const std::string& text)
     return {text.substr(0, middle), text.substr(middle + 1)};
 }
 
+std::optional<int64_t> ParseMaxGap(const std::string& text)
+{
+    if (text == NONE)
+        return std::nullopt;
+    const int64_t time = ParseTime("--max-gap", text);
+    if (time < AV_TIME_BASE)
+        throw CLI::ValidationError("--max-gap", fmt::format("'{}' is less than a second", text));
+    return time;
+}
+
 ExitCode RunConvert(const ConvertOptions& options, const Program& program)
 {
     try {
@@ -84,6 +94,11 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
         return EXIT_USAGE;
     } catch (...) {
         Failure failure = CurrentFailure(options.input);
+        if (failure.ffmpegResult == AVERROR_EXIT) {
+            if (!program.quiet)
+                WriteLine(options.output + ": stopped; nothing was written");
+            return EXIT_STOPPED;
+        }
         const bool ofOutput = failure.kind == FailureKind::Unwritable;
         if (ofOutput)
             failure = CurrentFailure(options.output);
@@ -151,6 +166,13 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
         .add_option_function<std::string>(
             "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
             "Convert as much")
+        ->type_name("TIME")
+        ->group("Streams");
+    command
+        .add_option_function<std::string>(
+            "--max-gap", [&](const std::string& text) { options.maxGap = ParseMaxGap(text); },
+            "Close up jumps that all streams make together when they are longer (default: 10 seconds); none: "
+            "keep and fill them")
         ->type_name("TIME")
         ->group("Streams");
 }

@@ -53,6 +53,8 @@ struct ConvertOptions {
 
     std::optional<int64_t> start;     ///< microseconds from the input's beginning
     std::optional<int64_t> duration;  ///< microseconds
+    /// Jumps of all times beyond that are closed up, microseconds; nothing: none is.
+    std::optional<int64_t> maxGap = 10'000'000;
     int threads = 0;                  ///< 0: as many as there are cores
     bool overwrite = false;
     bool keepPartial = false;
