@@ -81,7 +81,7 @@ protected:
     }
 
     /// Below a limit of memory, and killed after a time that no row needs.
-    /// @param stop  seconds after which it is asked to stop
+    /// @param stop  seconds after which it is asked to stop, once: --foreground spares the rest of the group
     static Outcome ConvertWithin(const std::string& input, const std::string& output,
                                  const std::string& options, int stop = 90)
     {
@@ -91,7 +91,7 @@ protected:
         const std::string limit = "ulimit -v 1500000; ";
 #endif
         return RunProgram({"-c",
-                           limit + fmt::format("exec timeout -k 30 {} ", stop) + TESSADRIN_PROGRAM +
+                           limit + fmt::format("exec timeout --foreground -k 30 {} ", stop) + TESSADRIN_PROGRAM +
                                " convert \"$0\" \"$1\" --overwrite " + options,
                            input, output},
                           "sh");

@@ -142,6 +142,7 @@ void GapFilter::PushJumped(PacketPointer packet, Track& track, int64_t raw)
     const int64_t time = Moved(track, raw);
     if (step <= *limit && (step >= -BACKWARDS || !track.IsLong(-step))) {
         track.newest = std::max(track.newest, raw);
+        track.begin = std::min(track.begin, raw);  // the first one in the file isn't the first one shown
         track.strays = 0;
     } else if (track.JumpTo(time, *limit) == 0 && ++track.strays <= STRAYS) {
         track.last = std::max(track.last, time);

@@ -59,7 +59,7 @@ private:
         PacketPointer announced;        ///< its duration reaches over a gap, or it is shown that long
 
         bool jumped = false;  ///< these four in an undecided jump
-        int64_t begin = 0;    ///< raw: the first behind it,
+        int64_t begin = 0;    ///< raw: the earliest behind it,
         int64_t newest = 0;   ///< and the latest
         int held = 0;         ///< packets
         int strays = 0;       ///< of them, in a row, from before the jump

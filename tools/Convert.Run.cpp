@@ -305,7 +305,7 @@ bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progre
         if (number != 1 && pass.owned[i])
             damaged[plan.streams[i].input] = pass.owned[i]->GetDamaged();
     }
-    return complete;
+    return complete && !Interruption::IsWanted();  // a stage may have ended within a gap
 }
 
 void Conversion::Sum(const ConvertProgress& progress) const
