@@ -107,6 +107,11 @@ public:
     /// @throws IOException  naming the path and the system's reason: no such file, no permission, a folder, a
     ///                      pipe or terminal, which have no positions.
     static boost::intrusive_ptr<IDataInput> Create(const ioPath& path);
+    /// A file that is open already, for example one received from another process.
+    /// @param descriptor  open for reading; owned by the stream, and closed even if this throws
+    /// @param name        returned by GetName(), and quoted in errors
+    /// @throws IOException  the descriptor is not that of a file or device with positions.
+    static boost::intrusive_ptr<IDataInput> Create(int descriptor, std::string name);
 };
 
 /// Bytes in memory as an input.
@@ -121,6 +126,11 @@ class QUORVA_HOST_API DataOutputFile {
 public:
     /// @throws IOException  naming the path and the system's reason.
     static boost::intrusive_ptr<IDataOutput> Create(const ioPath& path);
+    /// A file that is open already. Its content and position stay; writing begins at its start.
+    /// @param descriptor  open for writing; owned by the stream, and closed even if this throws
+    /// @param name        quoted in errors
+    /// @throws IOException  the descriptor is not that of a file or device with positions.
+    static boost::intrusive_ptr<IDataOutput> Create(int descriptor, std::string name);
 };
 
 }  // namespace Core

@@ -1,12 +1,14 @@
 // What the program's commands build on.
 #include "tools/support/Failure.h"
 #include "tools/support/OpenedInput.h"
+#include "tools/support/OutputFiles.h"
 #include "tools/support/Suggest.h"
 #include "tools/support/Text.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
 #include "host/Exception.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <boost/exception/get_error_info.hpp>
@@ -155,6 +157,37 @@ TEST(OpenedInput, ReadsZerosWhereAStreamThrowsUnlessItDoesSoOnAndOn)
         EXPECT_THAT(failure, testing::StartsWith(row.failure));
         EXPECT_EQ(failure.empty(), row.from == row.to);
     }
+}
+
+TEST(OutputFiles, KeepsWhatItReplacesAsItWasUntilTheEnd)
+{
+    namespace fs = std::filesystem;
+    const TemporaryFolder folder;
+    const std::string victim = folder.Put("victim", "precious");
+    const auto write = [](OutputFiles& files, const std::string& path) {
+        files.Create(path)->Write(reinterpret_cast<const uint8_t*>("new"), 3);
+    };
+    {
+        OutputFiles files(false, false);
+        write(files, folder.At("swapped"));
+        fs::remove(folder.At("swapped.part"));
+        fs::create_symlink(victim, folder.At("swapped.part"));
+        EXPECT_THROW(files.Commit(), Core::IOException) << "the name isn't that of the file any more";
+    }
+    EXPECT_EQ(fs::file_size(victim), 8u);
+    EXPECT_FALSE(fs::exists(folder.At("swapped")));
+
+    fs::create_symlink("dangling", folder.At("link"));
+    fs::permissions(victim, fs::perms(0440));
+    OutputFiles files(true, false);
+    write(files, folder.At("link"));
+    write(files, victim);
+    files.Commit();
+    EXPECT_TRUE(fs::is_symlink(folder.At("link")));
+    EXPECT_EQ(fs::file_size(folder.At("dangling")), 3u);
+    EXPECT_EQ(fs::status(victim).permissions(), fs::perms(0440));
+    EXPECT_EQ(fs::file_size(victim), 3u);
+    EXPECT_EQ(FilesIn(folder.path).size(), 3u) << "no provisional file is left";
 }
 
 TEST(Failure, KnowsItsKind)

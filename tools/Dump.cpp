@@ -75,8 +75,8 @@ public:
             plainName &= !plain;
             Try([&] {
                 streams.push_back(std::make_unique<StreamDump>(
-                    stream, options, errors,
-                    plain ? options.name : fmt::format("{}_stream{}", options.name, index), start));
+                    stream, options, plain ? options.name : fmt::format("{}_stream{}", options.name, index),
+                    start));
             });
         }
     }
@@ -154,7 +154,6 @@ private:
 
     const DumpOptions& options;
     const Program& program;
-    LibraryErrors errors;
     OpenedInput input;
     std::vector<std::unique_ptr<StreamDump>> streams;
     ExitCode code = EXIT_ALL_WELL;
@@ -202,6 +201,7 @@ void AddDump(CLI::App& app, Program& program)
         ->add_option("--hardware", options->hardware,
                      "Send every picture to such a device and fetch it back first: opencl, vaapi, cuda ...")
         ->type_name("TYPE");
+    command->add_flag("--overwrite", options->overwrite, "Replace files that exist");
     command->add_flag("--packets", options->packets, "Print every packet that is read, times in ticks");
     command->footer(
         "Files are named NAME_000_key=1.bmp and so on, key=1 for key frames; those of further streams\n"

@@ -6,9 +6,7 @@
 #include <glog/logging.h>
 
 #include <algorithm>
-#include <mutex>
 #include <string_view>
-#include <utility>
 
 namespace Quorva::Tool {
 
@@ -64,48 +62,5 @@ void StartLogging(const char* program, int verbosity)
     google::AddLogSink(&sink);
     av_log_set_level(step.ffmpeg);
 }
-
-class LibraryErrors::Sink final : public google::LogSink {
-public:
-    Sink() : formerLevel(FLAGS_minloglevel)
-    {
-        FLAGS_minloglevel = std::min<int>(formerLevel, google::GLOG_ERROR);
-        google::AddLogSink(this);
-    }
-    ~Sink() override
-    {
-        google::RemoveLogSink(this);
-        FLAGS_minloglevel = formerLevel;
-    }
-
-    std::string Take()
-    {
-        const std::lock_guard guard(mutex);
-        return std::exchange(first, {});
-    }
-
-private:
-    using LogSink::send;
-    void send(google::LogSeverity severity, const char*, const char* file, int, const google::LogMessageTime&,
-              const char* message, size_t size) override
-    {
-        if (severity < google::GLOG_ERROR || std::string_view(file) == "Tessadrin.LogBridge.cpp")
-            return;
-        std::string_view text(message, size);
-        if (const size_t place = text.find("() - "); place != std::string_view::npos)
-            text.remove_prefix(place + 5);
-        const std::lock_guard guard(mutex);
-        if (first.empty())
-            first = text;
-    }
-
-    const int formerLevel;
-    std::mutex mutex;
-    std::string first;
-};
-
-LibraryErrors::LibraryErrors() : sink(std::make_unique<Sink>()) {}
-LibraryErrors::~LibraryErrors() = default;
-std::string LibraryErrors::Take() { return sink->Take(); }
 
 }  // namespace Quorva::Tool

@@ -15,8 +15,10 @@
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "host/ProcessingSupport.h"
 
+#include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace Quorva::Proc {
 
@@ -52,6 +54,15 @@ TESSADRIN_API void Subtitle_SaveToBmp(const AVSubtitle& subtitle, const std::str
 /// The same; null is reported.
 TESSADRIN_API void Subtitle_SaveToBmp(const boost::intrusive_ptr<const IDataSubtitle>& subtitle,
                                       const std::string& name);
+
+/// Returns what AVFrame_SaveToBmp() would write, for callers with a file or stream of their own. No number is
+/// used up.
+/// @throws  as AVFrame_SaveToBmp(), and ProcException when the encoder gives nothing.
+TESSADRIN_API std::vector<uint8_t> AVFrame_ToBmp(int width, int height, const AVFrame* frame);
+
+/// Returns what Subtitle_SaveToBmp() would write.
+/// @throws  as AVFrame_ToBmp(), and ProcException when the first rectangle is not a bitmap.
+TESSADRIN_API std::vector<uint8_t> Subtitle_ToBmp(const AVSubtitle& subtitle);
 
 /// What all rectangles hold, with nothing between them: text as it is, ASS events as lines of a script, and
 /// of a bitmap the first row of each of its planes, as bytes. Empty for none.
