@@ -67,6 +67,7 @@ TEST(CustomIO, BadArgumentsReachNoStream)
     EXPECT_EQ(FFReadCallback(nullptr, &byte, 1), AVERROR_EOF);
     EXPECT_EQ(FFReadCallback(AsOpaque(input.get()), nullptr, 1), AVERROR_EOF);
     EXPECT_EQ(FFWriteCallback(nullptr, &byte, 1), -1);
+    EXPECT_EQ(av_read_frame_fixed(nullptr, nullptr), AVERROR(EINVAL));
     EXPECT_EQ(FFWriteCallback(AsOpaque(output.get()), nullptr, 1), -1);
     for (const int size : {0, -1, INT_MIN}) {
         EXPECT_EQ(FFReadCallback(AsOpaque(input.get()), &byte, size), AVERROR_EOF);

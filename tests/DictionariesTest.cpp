@@ -213,6 +213,7 @@ TEST(CreateStream, BelongsToTheContext)
         EXPECT_EQ(CreateStream(context, nullptr), nullptr);
     }
     avformat_free_context(context);
+    EXPECT_EQ(CreateStream(nullptr, nullptr), nullptr);
 }
 
 TEST(GetMediaTypeName, EveryTypeHasOne)

@@ -51,7 +51,9 @@ void CheckPixelFormats(const std::vector<PixFmtDescription>& descriptions)
         const AVPixFmtDescriptor* theirs = GetPixelFormatDescription(static_cast<AVPixelFormat>(ours.format));
         if (theirs && Agree(ours, *theirs))
             return;
-        const char* const name = theirs && !theirs->name ? "unnamed" : theirs ? theirs->name : "none";
+        const char* name = "none";
+        if (theirs)
+            name = theirs->name ? theirs->name : "unnamed";
         // Compilers spell the name of a lambda in more than one way; records have this one.
         RaiseLogicError(
             fmt::format("Bad pixel format descriptions: {} (QUORVA) != {} (FFMPEG)", ours.GetName(), name),
