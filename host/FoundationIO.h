@@ -69,7 +69,8 @@ private:
 class QUORVA_HOST_API IDataInput : public virtual IRefCountable {
 public:
     /// Reads up to `size` bytes from the current position and moves past them.
-    /// @return bytes read; less than `size` only at the end, 0 when nothing is left.
+    /// @return bytes read; less than `size` only at the end, 0 when nothing is left, never more than `size`:
+    ///         readers call CheckedRead(), which ends a stream that breaks this rule.
     /// @throws IOException  the medium refuses; the position stays, whatever the buffer holds then.
     virtual uint64_t Read(uint8_t* buffer, uint64_t size) = 0;
     virtual uint64_t GetSize() = 0;  ///< whole length in bytes
@@ -84,6 +85,11 @@ public:
 protected:
     ~IDataInput() override;
 };
+
+/// Reads from `stream` for callers that pass the count on to code which trusts it, as FFmpeg does.
+/// @return as IDataInput::Read(), and never more than `size`
+/// @throws IOException  the stream refuses, or claims to have read more than `size` bytes.
+QUORVA_HOST_API uint64_t CheckedRead(IDataInput& stream, uint8_t* buffer, uint64_t size);
 
 /// A writable, seekable stream of bytes. One thread at a time.
 class QUORVA_HOST_API IDataOutput : public virtual IRefCountable {

@@ -50,7 +50,8 @@ TEST(Doctor, SaysWhatTheLoadSaysWhereItFails)
         EXPECT_EQ(loaded.signal, SIGABRT);
         const size_t begin = loaded.errors.find("can't be loaded");
         ASSERT_NE(begin, std::string::npos);
-        const std::string sentence = loaded.errors.substr(begin);
+        // What follows is the terminate handler's.
+        const std::string sentence = loaded.errors.substr(begin, loaded.errors.find('\n', begin) + 1 - begin);
 
         const Outcome doctor = RunWith(ffmpeg, {"doctor"});
         EXPECT_EQ(doctor.code, 1);
@@ -68,6 +69,7 @@ TEST(Doctor, NamesWhatIsLacking)
     const json document = json::parse(RunWith("noflac", {"doctor", "--json"}).output);
     EXPECT_EQ(document["loads"], true);
     EXPECT_EQ(document["lacking"]["demuxers"], json({"flac"}));
+    EXPECT_EQ(json::parse(RunWith("nameless", {"doctor", "--json"}).output)["loads"], true);
 }
 
 }  // namespace

@@ -444,3 +444,11 @@ TEST(PacketText, HasTheFieldsInPlainDigits)
 
 }  // namespace
 }  // namespace Quorva::Proc
+
+TEST(PacketText, IsFoundFromOtherNamespaces)
+{
+    const AVPacket packet{};
+    std::ostringstream stream;
+    stream << &packet;
+    EXPECT_EQ(stream.str(), "0 : pts 0, dts 0, dur 0, size 0, flags 0");
+}

@@ -250,6 +250,16 @@ private:
 
 }  // namespace
 
+uint64_t CheckedRead(IDataInput& stream, uint8_t* buffer, uint64_t size)
+{
+    const uint64_t count = stream.Read(buffer, size);
+    if (count > size)
+        Throw<IOException>(
+            fmt::format("Broken stream '{}': it claims to have read {} bytes, but {} were requested",
+                        stream.GetName(), count, size));
+    return count;
+}
+
 boost::intrusive_ptr<IDataInput> DataInputFile::Create(const ioPath& path)
 {
     auto input = MakeRefCounted<FileInput>(path);

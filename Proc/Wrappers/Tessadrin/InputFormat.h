@@ -22,18 +22,32 @@ namespace Quorva::Proc {
 ///
 /// @param probe   at most 2 GiB are looked at; see MovieProbe for the padding behind its buffer
 /// @param result  format, score (0 to 100) and ImplNames::FFMPEG when the file is recognised. On entry it may
-///                hold what somebody else found: the extension's formats must score higher, and one that
-///                scores the same takes its format away.
+///                hold what another detector found: the extension's formats must score higher, and a demuxer
+///                of theirs that scores the same clears the format, also when both scores are 0. A format
+///                with a score above 0 that survives this gets ImplNames::FFMPEG as its implementation:
+///                keep a copy to tell who found it.
 /// @throws ProcException  "Unknown file format": FFmpeg recognises the file by a demuxer that the pipeline
 ///                        doesn't know. The result's score is then FFmpeg's.
 TESSADRIN_API void DetectFileInputFormat(const MovieProbe& probe, ProbeResult& result);
 
 /// The format of a file that FFmpeg has opened. Where one demuxer serves several formats this looks at the
 /// streams and the metadata, and may read the file's first 128 bytes again by the context's url.
-/// @param context  opened for reading; not null
-/// @throws ProcException      "Unknown file format": the pipeline doesn't know the demuxer.
+///
+/// The url is read as FFmpeg reads it: one "file:" at its start is the protocol and not part of the path. A
+/// file whose own name begins so is reached by "./file:name" or "file:file:name". Other protocols aren't
+/// opened, and custom I/O leaves no url: use the overload below for both.
+/// @param context  opened for reading
+/// @throws ProcException      "Unknown file format": the pipeline doesn't know the demuxer, or the context is
+///                            null or not opened for reading.
 /// @throws Core::IOException  the url names nothing that can be read.
 TESSADRIN_API std::string GetContainerFormat(AVFormatContext* context);
+
+/// The same for a file that was opened through a stream of the caller's: where the first bytes are needed,
+/// they and the extension are those of `probe`, and the url isn't looked at.
+/// @param context  opened for reading
+/// @param probe    of the same file; 128 bytes are enough
+/// @throws ProcException  as above.
+TESSADRIN_API std::string GetContainerFormat(AVFormatContext* context, const MovieProbe& probe);
 
 /// FFmpeg's names of the 354 demuxers that the pipeline knows, in no particular order. This build of FFmpeg
 /// may lack some of them.
@@ -46,7 +60,7 @@ TESSADRIN_API const std::unordered_map<std::string, const AVInputFormat*>& GetFF
 
 /// Whether an opened file holds one still picture: a GIF of one frame, or a format that never holds more.
 /// @param format   as GetContainerFormat() gives it
-/// @param context  looked at for a GIF only
+/// @param context  looked at for a GIF only; null counts as one without streams
 TESSADRIN_API bool IsSingleImageContainer(const std::string& format, AVFormatContext* context);
 
 }  // namespace Quorva::Proc

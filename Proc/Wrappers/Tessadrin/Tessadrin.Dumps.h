@@ -70,7 +70,11 @@ TESSADRIN_API std::string Subtitle_ToString(const AVSubtitle& subtitle);
 
 /// A packet's fields on one line without an end, times in ticks of its stream: "1+: pts 3600, dts 0, dur
 /// 1800, size 4213, flags 1", where + stands for a key frame. "NULL" for null. Digits are plain whatever the
-/// stream's locale and flags are.
+/// stream's locale and flags are. Found without a using-declaration wherever this header is included.
 TESSADRIN_API std::ostream& operator<<(std::ostream& stream, const AVPacket* packet);
 
 }  // namespace Quorva::Proc
+
+// AVPacket is a global type, so argument-dependent lookup searches here. Without this a packet would be
+// printed as an address outside of Quorva::Proc.
+using Quorva::Proc::operator<<;
