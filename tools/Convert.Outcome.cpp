@@ -33,7 +33,8 @@ bool IsExpected(const AVStream& source, const Plan& plan)
 {
     if (!plan.isPart)
         return true;
-    if (source.duration == AV_NOPTS_VALUE || source.start_time == AV_NOPTS_VALUE)
+    // Without a count in the file, the times are FFmpeg's guesses.
+    if (source.nb_frames <= 0 || source.duration == AV_NOPTS_VALUE || source.start_time == AV_NOPTS_VALUE)
         return false;
     const int64_t begin = Proc::stream_to_global(source.start_time, source.time_base) - plan.origin;
     const int64_t end = begin + Proc::stream_to_global(source.duration, source.time_base);

@@ -65,7 +65,8 @@ int Output::ClosePicture(AVFormatContext* context, AVIOContext* io)
     return io->error;
 }
 
-Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files) : files(files)
+Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files)
+    : files(files), isReordered(plan.isReordered)
 {
     AVFormatContext* fresh = nullptr;
     const int result = avformat_alloc_output_context2(&fresh, plan.muxer, nullptr, options.output.c_str());
@@ -113,7 +114,12 @@ AVStream& Output::AddStream()
 void Output::Begin()
 {
     const FFmpegErrors errors;
-    const int result = avformat_write_header(context.get(), nullptr);
+    OptionSet settings;
+    // The edit lists of FFmpeg's MP4 muxer cut off what is shown before the packet stored first. Other muxers
+    // leave the option alone.
+    if (isReordered)
+        Proc::PutMetadata(&settings, "use_editlist", "0");
+    const int result = avformat_write_header(context.get(), &settings);
     if (result < 0 && !failure.IsSet() && file && !file->Get()->seekable && AcceptsWithSeeking(*context))
         ThrowFFmpegFailure(fmt::format("{} can't be written into a pipe", context->oformat->name), result);
     Check("refuses these streams", result);

@@ -72,6 +72,7 @@ private:
     std::string refusal;           ///< FFmpeg's reason for the last
     std::vector<int64_t> lastDts;  ///< of each stream, in its time base
     bool begun = false;
+    const bool isReordered;
     std::unique_ptr<Proc::GuardedIO> file;  ///< none for pictures
     std::unique_ptr<AVFormatContext, FreeContext> context;
 };

@@ -171,8 +171,12 @@ void Conversion::Select(OpenedInput& input) const
 void Conversion::SetOrigin(LookAhead& beginning)
 {
     const int64_t start = options.start.value_or(0);
-    if (const std::optional<int64_t> first = beginning.FindFirstPicture())
-        plan.origin = std::min(plan.origin, *first + start);
+    const std::optional<int64_t> first = beginning.FindFirstPicture();
+    if (!first || *first + start >= plan.origin)
+        return;
+    plan.origin = *first + start;
+    plan.isReordered = std::ranges::any_of(
+        plan.streams, [](const StreamPlan& stream) { return stream.treatment == Treatment::Copy; });
 }
 
 /// Skips what lies long before the beginning.

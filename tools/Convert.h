@@ -132,6 +132,7 @@ struct Plan {
     std::vector<std::string> notes;    ///< what else doesn't survive, or isn't as asked
     int64_t origin = 0;                ///< the input's time that is 0 in the output, microseconds
     std::optional<int64_t> end;        ///< the output's time to stop at, microseconds
+    bool isReordered = false;          ///< a picture is stored before one that is shown at the beginning
 };
 
 /// Decides. Reads nothing. `origin` is that of the packets stored first. Within an FFmpegErrors object that
