@@ -5,6 +5,7 @@
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Logging.h"
 
 #include <fmt/format.h>
 
@@ -56,6 +57,14 @@ void CopyStage::Take(AVPacket& packet)
             Send(*waiting.front());
     }
     begun = true;
+    const int64_t shown = frame.FromInput(packet.pts, source.time_base);
+    if (frame.end && shown != AV_NOPTS_VALUE && shown >= *frame.end) {
+        // Shown too late, but pictures that are shown in time may refer to it.
+        late.emplace_back(Proc::CopyPacket(&packet));
+        return;
+    }
+    for (; !late.empty(); late.pop_front())
+        Send(*late.front());
     Send(packet);
 }
 
@@ -89,6 +98,10 @@ StreamEncoder::StreamEncoder(Proc::SafeCodecContext context, PacketSink& sink, i
 
 void StreamEncoder::Encode(const AVFrame* frame)
 {
+    if (!frame && frames == 0)
+        return;  // some encoders make packets of nothing
+    frames += frame ? 1 : 0;
+    const FFmpegErrors errors;
     const int sent = avcodec_send_frame(context.get(), frame);
     if (sent < 0 && sent != AVERROR_EOF)
         ThrowFFmpegFailure(fmt::format("encoder {} fails", context->codec->name), sent);

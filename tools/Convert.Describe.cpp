@@ -171,7 +171,10 @@ void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& 
         stream.time_base = source.time_base;
         stream.avg_frame_rate = source.avg_frame_rate;
         stream.r_frame_rate = source.r_frame_rate;
-        stream.sample_aspect_ratio = source.sample_aspect_ratio;
+        // Muxers refuse two aspects. The container's is the one that players obey.
+        if (source.sample_aspect_ratio.num > 0)
+            stream.codecpar->sample_aspect_ratio = source.sample_aspect_ratio;
+        stream.sample_aspect_ratio = stream.codecpar->sample_aspect_ratio;
         return;
     }
     CopySideData(*stream.codecpar, *source.codecpar);

@@ -64,6 +64,7 @@ private:
     const bool onlyOne;
     int64_t nextDts = AV_NOPTS_VALUE;   ///< for packets without time stamps
     std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
+    std::deque<PacketPointer> late;     ///< shown behind the end; dropped unless others in time follow
     bool begun = false;
     bool done = false;
 };
@@ -82,7 +83,8 @@ private:
     PacketSink& sink;
     const int stream;
     PacketPointer packet;
-    std::string stats;  ///< of a first pass
+    uint64_t frames = 0;  ///< encoded so far
+    std::string stats;    ///< of a first pass
 };
 
 /// Whom the decoded frames of a stream go to. One thread at a time, which needn't be the input's.

@@ -150,7 +150,7 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
     command
         .add_option_function<std::string>(
             "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
-            "Convert as much")
+            "Stop after this much output; copied pictures may last a few longer")
         ->type_name("TIME")
         ->group("Streams");
 }

@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -201,6 +203,31 @@ std::vector<std::string> OutputFiles::GetUnfinished() const
     for (const File& file : files)
         paths.push_back(file.provisional);
     return paths;
+}
+
+std::string NumberFault(const std::string& path)
+{
+    constexpr int mostDigits = 18;  // what FFmpeg has room for
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    int numbers = 0;
+    bool hasOther = false;
+    for (size_t begin = path.find('%'); begin != std::string::npos;) {
+        size_t end = begin + 1;
+        int digits = 0;
+        for (; end < path.size() && isDigit(path[end]); ++end)
+            digits = std::min(10 * digits + path[end] - '0', mostDigits + 1);
+        const char kind = end < path.size() ? path[end] : ' ';
+        if (kind == 'd' && digits > mostDigits)
+            return fmt::format("a number of more than {} digits is too long", mostDigits);
+        // A percent sign before other characters is one.
+        if (kind != 'd' && (std::isalpha(static_cast<unsigned char>(kind)) || kind == '%'))
+            return fmt::format("'{}' is no place for a number", path.substr(begin, end + 1 - begin));
+        kind == 'd' ? void(++numbers) : void(hasOther = true);
+        begin = path.find('%', end);
+    }
+    if (numbers > 1)
+        return "there is more than one place for the number";
+    return numbers == 1 && hasOther ? "there is a percent sign beside the number" : "";
 }
 
 bool IsStreamPath(const std::string& path)

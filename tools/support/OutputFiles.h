@@ -64,6 +64,10 @@ private:
     std::vector<File> files;  ///< those not in their places yet
 };
 
+/// Returns why `path` can't number pictures; empty when it can, or has no place for a number. There may be
+/// one, %d or, with leading zeros, %03d.
+std::string NumberFault(const std::string& path);
+
 /// Whether `path` means standard output ("-"), or names a pipe or a device: written as it is, without a
 /// provisional name, and without a way back.
 bool IsStreamPath(const std::string& path);
