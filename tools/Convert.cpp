@@ -95,7 +95,7 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
 
 void AddFiles(CLI::App& command, ConvertOptions& options)
 {
-    command.add_option("IN", options.input, "The file to read; - for standard input")
+    command.add_option("IN", options.input, "The file or pipe to read; - for standard input")
         ->required()
         ->type_name("");
     command

@@ -177,7 +177,7 @@ void AddDump(CLI::App& app, Program& program)
     const auto options = std::make_shared<DumpOptions>();
     CLI::App* command =
         app.add_subcommand("dump", "Write pictures and bitmap subtitles as BMP files, print text subtitles");
-    command->add_option("FILE", options->file, "The file to decode; - for standard input")
+    command->add_option("FILE", options->file, "The file or pipe to decode; - for standard input")
         ->required()
         ->type_name("");
     command->add_option(

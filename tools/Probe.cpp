@@ -124,7 +124,7 @@ void AddProbe(CLI::App& app, Program& program)
     CLI::App* command = app.add_subcommand("probe", "Tell what media files are and what is in them");
     command
         ->add_option("FILE", options->files,
-                     "Files, and folders whose files are taken one by one; - for standard input")
+                     "Files, pipes, and folders whose files are taken one by one; - for standard input")
         ->required()
         ->type_name("");
     CLI::Option* packets =

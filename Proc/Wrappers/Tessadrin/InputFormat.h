@@ -8,6 +8,7 @@
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "host/ProcessingSupport.h"
 
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,6 +30,28 @@ namespace Quorva::Proc {
 /// @throws ProcException  "Unknown file format": FFmpeg recognises the file by a demuxer that the pipeline
 ///                        doesn't know. The result's score is then FFmpeg's.
 TESSADRIN_API void DetectFileInputFormat(const MovieProbe& probe, ProbeResult& result);
+
+/// Detects the format of an input by looking at as much of it as that takes, as FFmpeg's programs do.
+///
+/// Looks at the first 64 KiB as DetectFileInputFormat() does. Where that finds nothing, looks at 2 KiB, 4 KiB
+/// and so on up to 1 MiB and takes the first answer with a score above 25: damage further on can hide what
+/// the start shows. Where the input begins with ID3v2 or APEv2 tags that the first 64 KiB are full of, or
+/// where those give no more than a score of 25, looks behind the tags in the same way, and what is found
+/// there with a higher score is the answer. Reads little more than 1 MiB at most, and doesn't ask for the
+/// input's size, which may be unknown.
+///
+/// @param input   not null; read from its start and left at the position where it was
+/// @param result  receives format, score and ImplNames::FFMPEG where the input is recognised. On entry it may
+///                hold an earlier answer, which only a higher score replaces.
+/// @return        position behind the tags, by the sizes that they claim: 0 without any, and beyond the end
+/// of
+///                the input where one claims too much. FFmpeg's demuxers skip ID3v2 tags when they open a
+///                file, but those that go by positions in the file (MP4's, MXF's) need a stream that begins
+///                there.
+/// @throws ProcException  "Unknown file format", as DetectFileInputFormat(); the result is unchanged.
+/// @throws                what the input throws; one that can't seek does so before anything is read.
+TESSADRIN_API uint64_t DetectInputFormat(const boost::intrusive_ptr<Core::IDataInput>& input,
+                                         ProbeResult& result);
 
 /// The format of a file that FFmpeg has opened. Where one demuxer serves several formats this looks at the
 /// streams and the metadata, and may read the file's first 128 bytes again by the context's url.
