@@ -193,6 +193,8 @@ TEST(OutputFiles, KeepsWhatItReplacesAsItWasUntilTheEnd)
     EXPECT_EQ(fs::status(victim).permissions(), fs::perms(0440));
     EXPECT_EQ(fs::file_size(victim), 3u);
     EXPECT_EQ(FilesIn(folder.path).size(), 3u) << "no provisional file is left";
+}
+
 TEST(SpooledInput, KeepsNoMoreThanItsLimit)
 {
     int ends[2];
