@@ -4,10 +4,12 @@
 #include "tools/Convert.Output.h"
 #include "tools/Convert.Pipeline.h"
 #include "tools/Convert.Progress.h"
+#include "tools/Convert.Subtitles.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/OutputFiles.h"
+#include "tools/support/ReadableText.h"
 #include "tools/support/Text.h"
 
 #include <fmt/format.h>
@@ -77,9 +79,11 @@ private:
         std::vector<std::unique_ptr<Path>> owned;  ///< null for streams that take no part
         std::map<int, Path*> paths;                ///< by input stream
         std::set<int> awaited;                     ///< input streams whose end is the end
+        EarlierSubtitles earlier;                  ///< on the screen when the output begins
 
         PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
         bool Write(size_t ahead);
+        void TakeEarlier();
         void Finish();
     };
 
@@ -97,7 +101,7 @@ private:
     std::unique_ptr<FrameStage> MakeStage(const AVStream& source, size_t index, PacketSink& sink,
                                           AVStream* target, const EncoderSetting& setting);
     TimeFrame GetTimeFrame() const { return {plan.origin, plan.end, options.start.value_or(0) > 0}; }
-    void Prepare(OpenedInput& input) const;
+    void Prepare(OpenedInput& input, EarlierSubtitles& earlier) const;
     bool Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress);
     EncoderSetting SettingFor(size_t index, int pass) const;
     std::optional<int64_t> ExpectedDuration(const OpenedInput& input) const;
@@ -146,7 +150,7 @@ EncoderSetting Conversion::SettingFor(size_t index, int pass) const
 }
 
 /// Nothing is read of streams that stay behind, and of the others nothing long before the beginning.
-void Conversion::Prepare(OpenedInput& input) const
+void Conversion::Prepare(OpenedInput& input, EarlierSubtitles& earlier) const
 {
     for (unsigned i = 0; i < input->nb_streams; ++i)
         input->streams[i]->discard = AVDISCARD_ALL;
@@ -159,6 +163,7 @@ void Conversion::Prepare(OpenedInput& input) const
     if (!options.start || *options.start <= 0)
         return;
     const int64_t target = std::max(plan.origin - LEAD, plan.origin - *options.start);
+    earlier.Read(input, plan, target);
     // Where a demuxer can't, everything before is read and dropped.
     avformat_seek_file(input.Get(), -1, INT64_MIN, target, target, 0);
 }
@@ -194,6 +199,9 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     if (stream.treatment == Treatment::Copy) {
         CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
         path = std::make_unique<CopyPath>(pass.steps, std::move(sink), std::move(stage));
+    } else if (stream.treatment == Treatment::Subtitle) {
+        SubtitleStage stage(stream, source, GetTimeFrame(), SubtitleTick(*plan.muxer, stream), *sink, target);
+        path = std::make_unique<SubtitlePath>(pass.steps, std::move(sink), std::move(stage));
     } else if (stream.treatment != Treatment::Attach) {
         EncoderSetting setting = SettingFor(index, number);
         setting.globalHeader = pass.output && pass.output->WantsGlobalHeaders();
@@ -224,6 +232,13 @@ bool Conversion::Pass::Write(size_t ahead)
     return false;
 }
 
+void Conversion::Pass::TakeEarlier()
+{
+    for (const PacketPointer& packet : earlier.Get())
+        if (const auto path = paths.find(packet->stream_index); path != paths.end())
+            path->second->Take(*packet, steps.Begin(path->first));
+}
+
 void Conversion::Pass::Finish()
 {
     for (const auto& path : owned)
@@ -252,7 +267,7 @@ bool Conversion::Transport(OpenedInput& input, Pass& pass, ConvertProgress& prog
             // A first pass writes nothing: its position is the input's.
             const int64_t read =
                 Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
-            if (!path->second->IsDone())
+            if (!path->second->IsDone() && !pass.earlier.Forget(*packet))
                 path->second->Take(*packet, pass.steps.Begin(path->first));
             if (pass.Write(AHEAD))
                 return true;
@@ -296,9 +311,10 @@ void Conversion::Open(Pass& pass, OpenedInput& input, int number)
 
 bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progress)
 {
-    Prepare(input);
     Pass pass;
+    Prepare(input, pass.earlier);
     Open(pass, input, number);
+    pass.TakeEarlier();
     const bool complete = Transport(input, pass, progress);
     if (!complete && number == 1)
         return false;
@@ -337,7 +353,7 @@ void Conversion::Sum(const ConvertProgress& progress) const
 bool Conversion::Run()
 {
     const Interruption interruption;
-    const DetectedInput detected = DetectInput(options.input);
+    const DetectedInput detected = WithReadableText(DetectInput(options.input));
     auto input = std::make_unique<OpenedInput>(detected);
     if (!input->GetStreamsWarning().empty())
         Tell(options.input + ": " + input->GetStreamsWarning());
@@ -359,7 +375,7 @@ bool Conversion::Run()
             Tell(options.output + ": stopped in the first pass; nothing was written");
             return false;
         }
-        input = std::make_unique<OpenedInput>(DetectInput(options.input));
+        input = std::make_unique<OpenedInput>(WithReadableText(DetectInput(options.input)));
         progress.BeginPass(2, 2);
     }
     complete = RunPass(*input, twoPass ? 2 : 0, progress);

@@ -128,8 +128,10 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
     command.add_option("--audio-codec", options.audioCodec, "The same for sound")
         ->type_name("CODEC")
         ->group("Streams");
-    command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")
-        ->type_name("CODEC:{copy,none}")
+    command
+        .add_option("--subtitle-codec", options.subtitleCodec,
+                    "For text subtitles: subrip, ass, webvtt, mov_text, copy or none")
+        ->type_name("CODEC:{subrip,ass,webvtt,mov_text,copy,none}")
         ->group("Streams");
     command
         .add_option("--decoder-implementation", options.decoderImplementation,
