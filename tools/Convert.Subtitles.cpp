@@ -255,10 +255,13 @@ void SubtitleStage::Encode(const SubtitleEvent& event, int64_t start, int64_t en
         avcodec_encode_subtitle(encoder.get(), buffer.data(), static_cast<int>(buffer.size()), &subtitle);
     if (size < 0)
         ++damaged;
-    if (size <= 0)
+    buffer.resize(static_cast<size_t>(std::max(size, 0)));
+    if (encoder->codec_id == AV_CODEC_ID_SUBRIP)
+        std::erase(buffer, '\r');  // the muxer ends lines without
+    if (buffer.empty())
         return;
-    const PacketPointer packet(Proc::CreatePacket(static_cast<size_t>(size)));
-    std::memcpy(packet->data, buffer.data(), static_cast<size_t>(size));
+    const PacketPointer packet(Proc::CreatePacket(buffer.size()));
+    std::memcpy(packet->data, buffer.data(), buffer.size());
     packet->pts = packet->dts = start;
     packet->duration = end - start;
     packet->flags |= AV_PKT_FLAG_KEY;

@@ -261,6 +261,7 @@ void AddConvert(CLI::App& app, Program& program)
         "  tessadrin convert film.mkv film.mp4\n"
         "  tessadrin convert film.mkv small.webm --size x480 --quality 60\n"
         "  tessadrin convert film.mp4 sound.flac\n"
+        "  tessadrin convert film.mkv film.srt\n"
         "  tessadrin convert film.mp4 part.mkv --video-codec copy --audio-codec copy --start 1:30 --duration "
         "10\n"
         "  tessadrin convert film.mp4 'picture%03d.png' --frame-rate 1");
