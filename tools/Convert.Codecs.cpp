@@ -39,7 +39,8 @@ void CopyStage::Take(AVPacket& packet)
         done = true;
         return;
     }
-    if (frame.cutStart && !begun && decoded != AV_NOPTS_VALUE) {
+    const bool isSubtitle = source.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;  // may overlap
+    if (frame.cutStart && (!begun || isSubtitle) && decoded != AV_NOPTS_VALUE) {
         const int64_t duration = Proc::stream_to_global(packet.duration, source.time_base);
         if (source.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) {
             if (decoded + duration <= 0)
@@ -87,6 +88,10 @@ void CopyStage::Send(AVPacket& packet)
         packet.duration = std::max<int64_t>(packet.duration + packet.pts, 0);
         packet.pts = packet.dts = 0;
     }
+    if (source.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE && frame.end && packet.pts != AV_NOPTS_VALUE)
+        packet.duration =
+            std::min(packet.duration,
+                     std::max<int64_t>(Proc::global_to_stream(*frame.end, source.time_base) - packet.pts, 0));
     sink.Write(packet, stream, source.time_base);
     done = onlyOne;
 }

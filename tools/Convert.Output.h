@@ -81,6 +81,11 @@ private:
 /// @param stream  of the output, its codec already described when it is encoded
 void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& plan,
                     const AVOutputFormat& muxer);
+/// Copies tags as UTF-8, but for those about the file that held them.
+void CopyTags(AVDictionary** target, const AVDictionary* source);
+/// Moves tags to where the container keeps them, with the file or with a stream; called once all are
+/// described.
+void PlaceTags(AVFormatContext& output, const AVFormatContext& input);
 void DescribeFile(AVFormatContext& output, const AVFormatContext& input, const Plan& plan);
 
 }  // namespace Quorva::Tool

@@ -4,6 +4,7 @@
 #include "tools/Convert.Containers.h"
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Header.h"
+#include "tools/Convert.Subtitles.h"
 #include "tools/support/Logging.h"
 #include "tools/support/OutputFiles.h"
 #include "tools/support/Suggest.h"
@@ -126,14 +127,14 @@ void Planner::ChooseFormat()
     const auto& writable = Proc::GetFFMPEGSupportedOutputFormats();
     // People give extensions for formats: mkv.
     if (const std::string meant = FormatForPath("x." + plan.format);
-        !plan.format.empty() && !writable.contains(plan.format) && !meant.empty())
+        !plan.format.empty() && !FindMuxer(plan.format) && !meant.empty())
         plan.format = meant;
     if (plan.format.empty()) {
         plan.format = FormatForPath(options.output);
         if (plan.format.empty())
             ThrowUsage(fmt::format("the name '{}' doesn't tell a format that can be written; --format does",
                                    options.output));
-    } else if (!writable.contains(plan.format)) {
+    } else if (!FindMuxer(plan.format)) {
         std::vector<std::string> names;
         for (const auto& [name, muxer] : writable)
             names.push_back(name);
@@ -141,7 +142,7 @@ void Planner::ChooseFormat()
         ThrowUsage(
             fmt::format("format '{}' can't be written{}", plan.format, DidYouMean(plan.format, names)));
     }
-    plan.muxer = Proc::GetOutputFormat(plan.format);
+    plan.muxer = FindMuxer(plan.format);
     container = ContainerOf(plan.format, *plan.muxer, options.output);
     if (plan.muxer->name == std::string_view("image2") && IsStreamPath(options.output))
         plan.muxer = Proc::GetOutputFormat(Conf::IFormatFile::FORMAT_IMAGE2PIPE);
@@ -158,7 +159,7 @@ void Planner::CheckOptions() const
         ThrowUsage(fmt::format("'{}' can't name pictures: {}; give the number one place, %d or %03d",
                                options.output, fault));
     if (!options.subtitleCodec.empty() && options.subtitleCodec != COPY && options.subtitleCodec != NONE)
-        ThrowUsage("--subtitle-codec is copy or none: subtitles are not encoded");
+        SubtitleCodecNamed(options.subtitleCodec);
     for (const AVMediaType kind : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO})
         if (CodecAskedFor(kind) == COPY && DemandsEncoding(kind))
             ThrowUsage(fmt::format("a {} stream that is copied stays as it is: leave its other options out",
@@ -310,11 +311,24 @@ void Planner::TreatCover(const AVStream& stream)
 
 void Planner::TreatSubtitle(const AVStream& stream)
 {
-    if (container.subtitles == 0 || !Holds(*plan.muxer, stream.codecpar->codec_id))
-        return LeaveOut(stream, fmt::format("{} doesn't hold it", plan.format));
+    const AVCodecID codec = stream.codecpar->codec_id;
+    const AVCodecID target = container.subtitles == 0
+                                 ? AV_CODEC_ID_NONE
+                                 : SubtitleTarget(codec, *plan.muxer, plan.format, options.subtitleCodec);
+    if (target == AV_CODEC_ID_NONE)
+        return LeaveOut(stream, fmt::format("{} cannot store {}", plan.format,
+                                            container.subtitles > 0 && !IsTextSubtitle(codec)
+                                                ? "it, and bitmaps cannot be converted to text"
+                                                : "it"));
+    if (const int best = BestSubtitle(input, *plan.muxer);
+        container.subtitles == 1 && options.map.empty() && best >= 0 && best != stream.index)
+        return LeaveOut(stream, fmt::format("{} holds one such stream, and {} is better", plan.format, best));
     if (taken[AVMEDIA_TYPE_SUBTITLE] >= container.subtitles)
         return LeaveOut(stream, fmt::format("{} holds no more of them", plan.format));
-    Copy(stream);
+    if (target == codec)
+        return Copy(stream);
+    plan.streams.push_back(PlanSubtitle(stream, target));
+    ++taken[AVMEDIA_TYPE_SUBTITLE];
 }
 
 AVCodecID Planner::TargetOf(const AVStream& stream) const
@@ -399,11 +413,14 @@ void Planner::TreatFilm(const AVStream& stream)
 void Planner::SetTimes()
 {
     // Times below 0 are what decoders need before the beginning.
+    // A subtitle file begins with the film, not with its first line.
+    const bool isSubtitleFile = HasOnlySubtitles(input);
     const int64_t first = input.start_time == AV_NOPTS_VALUE ? 0 : std::max<int64_t>(input.start_time, 0);
-    plan.origin = first + options.start.value_or(0);
+    const int64_t skipped = isSubtitleFile ? first : 0;
+    plan.origin = first - skipped + options.start.value_or(0);
     plan.end = options.duration;
     plan.isPart = options.start.value_or(0) > 0 || options.duration;
-    if (options.start && input.duration != AV_NOPTS_VALUE && *options.start >= input.duration)
+    if (options.start && input.duration != AV_NOPTS_VALUE && *options.start >= skipped + input.duration)
         ThrowUsage("--start lies behind the end of the input");
 }
 

@@ -6,11 +6,13 @@
 #include "tools/Convert.Output.h"
 #include "tools/Convert.Pipeline.h"
 #include "tools/Convert.Progress.h"
+#include "tools/Convert.Subtitles.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/Logging.h"
 #include "tools/support/OutputFiles.h"
+#include "tools/support/ReadableText.h"
 #include "tools/support/Text.h"
 
 #include <fmt/format.h>
@@ -81,9 +83,11 @@ private:
         std::map<int, Path*> paths;                ///< by input stream
         std::set<int> awaited;                     ///< input streams whose end is the end
         std::map<int, uint64_t> read;              ///< packets, by input stream
+        EarlierSubtitles earlier;                  ///< on the screen when the output begins
 
         PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
         bool Write(size_t ahead);
+        void TakeEarlier();
         void Finish();
     };
 
@@ -103,7 +107,7 @@ private:
     TimeFrame GetTimeFrame() const { return {plan.origin, plan.end, options.start.value_or(0) > 0}; }
     void Select(OpenedInput& input) const;
     void SetOrigin(LookAhead& beginning);
-    void Seek(OpenedInput& input, LookAhead& beginning) const;
+    void Seek(OpenedInput& input, LookAhead& beginning, EarlierSubtitles& earlier) const;
     std::set<int> PictureStreams(const OpenedInput& input) const;
     bool Transport(OpenedInput& input, LookAhead& beginning, Pass& pass, ConvertProgress& progress);
     void Complete(const OpenedInput& input, Pass& pass);
@@ -180,11 +184,12 @@ void Conversion::SetOrigin(LookAhead& beginning)
 }
 
 /// Skips what lies long before the beginning.
-void Conversion::Seek(OpenedInput& input, LookAhead& beginning) const
+void Conversion::Seek(OpenedInput& input, LookAhead& beginning, EarlierSubtitles& earlier) const
 {
     if (!options.start || *options.start <= 0)
         return;
     const int64_t target = std::max(plan.origin - LEAD, plan.origin - *options.start);
+    earlier.Read(input, plan, target);
     // Where a demuxer can't, everything before is read and dropped.
     if (avformat_seek_file(input.Get(), -1, INT64_MIN, target, target, 0) >= 0)
         beginning.Drop();
@@ -234,6 +239,9 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     if (stream.treatment == Treatment::Copy) {
         CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
         path = std::make_unique<CopyPath>(pass.steps, std::move(sink), std::move(stage));
+    } else if (stream.treatment == Treatment::Subtitle) {
+        SubtitleStage stage(stream, source, GetTimeFrame(), SubtitleTick(*plan.muxer, stream), *sink, target);
+        path = std::make_unique<SubtitlePath>(pass.steps, std::move(sink), std::move(stage));
     } else if (stream.treatment != Treatment::Attach) {
         EncoderSetting setting = SettingFor(index, number);
         setting.globalHeader = pass.output && pass.output->WantsGlobalHeaders();
@@ -262,6 +270,13 @@ bool Conversion::Pass::Write(size_t ahead)
         }
     }
     return false;
+}
+
+void Conversion::Pass::TakeEarlier()
+{
+    for (const PacketPointer& packet : earlier.Get())
+        if (const auto path = paths.find(packet->stream_index); path != paths.end())
+            path->second->Take(*packet, steps.Begin(path->first));
 }
 
 void Conversion::Pass::Finish()
@@ -293,7 +308,7 @@ bool Conversion::Transport(OpenedInput& input, LookAhead& beginning, Pass& pass,
             // A first pass writes nothing: its position is the input's.
             const int64_t read =
                 Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
-            if (!path->second->IsDone())
+            if (!path->second->IsDone() && !pass.earlier.Forget(*packet))
                 path->second->Take(*packet, pass.steps.Begin(path->first));
             if (pass.Write(AHEAD))
                 return true;
@@ -363,13 +378,14 @@ void Conversion::Complete(const OpenedInput& input, Pass& pass)
 
 bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progress)
 {
+    Pass pass;
     Select(input);
     LookAhead beginning(input, PictureStreams(input));
     if (number != 2)  // the first pass has found it
         SetOrigin(beginning);
-    Seek(input, beginning);
-    Pass pass;
+    Seek(input, beginning, pass.earlier);
     Open(pass, input, number);
+    pass.TakeEarlier();
     const bool complete = Transport(input, beginning, pass, progress);
     if (!complete && number == 1)
         return false;
@@ -408,7 +424,7 @@ bool Conversion::Run()
 {
     const Interruption interruption;
     const FFmpegErrors errors;  // of opening, which say what is wrong with streams
-    const DetectedInput detected = DetectInput(options.input);
+    const DetectedInput detected = WithReadableText(DetectInput(options.input));
     auto input = std::make_unique<OpenedInput>(detected);
     if (!input->GetStreamsWarning().empty())
         Tell(options.input + ": " + input->GetStreamsWarning());
@@ -430,7 +446,7 @@ bool Conversion::Run()
             Tell(options.output + ": stopped in the first pass; nothing was written");
             return false;
         }
-        input = std::make_unique<OpenedInput>(DetectInput(options.input));
+        input = std::make_unique<OpenedInput>(WithReadableText(DetectInput(options.input)));
         progress.BeginPass(2, 2);
     }
     complete = RunPass(*input, twoPass ? 2 : 0, progress);

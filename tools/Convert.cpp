@@ -128,8 +128,10 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
     command.add_option("--audio-codec", options.audioCodec, "The same for sound")
         ->type_name("CODEC")
         ->group("Streams");
-    command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")
-        ->type_name("CODEC:{copy,none}")
+    command
+        .add_option("--subtitle-codec", options.subtitleCodec,
+                    "For text subtitles: subrip, ass, webvtt, mov_text, copy or none")
+        ->type_name("CODEC:{subrip,ass,webvtt,mov_text,copy,none}")
         ->group("Streams");
     command
         .add_option("--decoder-implementation", options.decoderImplementation,
@@ -259,6 +261,7 @@ void AddConvert(CLI::App& app, Program& program)
         "  tessadrin convert film.mkv film.mp4\n"
         "  tessadrin convert film.mkv small.webm --size x480 --quality 60\n"
         "  tessadrin convert film.mp4 sound.flac\n"
+        "  tessadrin convert film.mkv film.srt\n"
         "  tessadrin convert film.mp4 part.mkv --video-codec copy --audio-codec copy --start 1:30 --duration "
         "10\n"
         "  tessadrin convert film.mp4 'picture%03d.png' --frame-rate 1");

@@ -33,7 +33,7 @@ struct ConvertOptions {
 
     std::string videoCodec;  ///< text identifier, COPY or NONE; the next likewise
     std::string audioCodec;
-    std::string subtitleCodec;  ///< COPY or NONE
+    std::string subtitleCodec;
     std::string decoderImplementation;
     std::string encoderImplementation;
     std::vector<std::string> map;  ///< "2", "v", "a:1"
@@ -90,15 +90,17 @@ private:
 struct StreamPlan {
     enum class Treatment {
         Copy,
-        Video,   ///< decoded, encoded
-        Audio,   ///< decoded, encoded
-        Attach,  ///< a cover picture becomes an attached file
+        Video,     ///< decoded, encoded
+        Audio,     ///< decoded, encoded
+        Subtitle,  ///< text; decoded, encoded
+        Attach,    ///< a cover picture becomes an attached file
     };
 
     int input = 0;  ///< index among the input's streams
     Treatment treatment = Treatment::Copy;
     const AVCodec* decoder = nullptr;               ///< null for copies
     std::optional<Proc::SafeEncoderCodec> encoder;  ///< nothing for copies
+    const AVCodec* subtitleEncoder = nullptr;       ///< in place of `encoder` for text subtitles
     OptionSet options;                              ///< the encoder's
     std::optional<int64_t> bitrate;
     std::optional<int> quality;  ///< the pipeline's scale

@@ -4,6 +4,7 @@
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/OpenedInput.h"
+#include "tools/support/ReadableText.h"
 #include "tools/support/Text.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
@@ -59,7 +60,7 @@ std::vector<int> ChooseStreams(const OpenedInput& input, const DumpOptions& opti
 class FileDump {
 public:
     FileDump(const DumpOptions& options, const Program& program)
-        : options(options), program(program), input(DetectInput(options.file))
+        : options(options), program(program), input(WithReadableText(DetectInput(options.file)))
     {
         const int64_t start = input->start_time == AV_NOPTS_VALUE ? 0 : input->start_time;
         // Not examined: where FFmpeg can't jump, everything is read, and passed over up to that time.
