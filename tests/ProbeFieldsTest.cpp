@@ -6,6 +6,7 @@
 #include "tools/support/Failure.h"
 
 extern "C" {
+#include <libavutil/crc.h>
 #include <libavutil/dovi_meta.h>
 #include <libavutil/mastering_display_metadata.h>
 #include <libavutil/spherical.h>
@@ -120,13 +121,13 @@ void AddEverything(AVStream& stream)
     AddSideData(stream, AV_PKT_DATA_DOVI_CONF, &vision, sizeof vision);
     AddSideData(stream, AV_PKT_DATA_STEREO3D, &stereo, sizeof stereo);
     AddSideData(stream, AV_PKT_DATA_SPHERICAL, &spherical, sizeof spherical);
-    stream.codecpar->field_order = AV_FIELD_BT;
 }
 
 TEST(ProbeFields, ContainersDescribePictures)
 {
     const TemporaryFolder folder;
-    const std::string path = Pictures(folder, "all.mov", AddEverything);
+    // FFmpeg's MP4 muxer replaces the stereo layout and the pose, its Matroska muxer writes what it is given.
+    const std::string path = Pictures(folder, "all.mkv", AddEverything);
     const json video = Probe(path)["streams"][0]["video"];
     const std::pair<const char*, const char*> rows[] = {
         {"content_light",     R"({"max_cll": 1000, "max_fall": 400})"                                                       },
@@ -210,7 +211,7 @@ TEST(ProbeFields, OnlyLosslessSoundHasBits)
         {"flac.flac",   16     },
         {"true.tta",    16     },
         {"wavpack.wv",  16     },
-        {"truehd.thd",  16     },
+        {"truehd.thd",  24     },
     };
     for (const auto& [file, bits] : rows)
         EXPECT_EQ(Probe(MadeFile(file))["streams"].back()["audio"]["bits"], bits) << file;
@@ -271,24 +272,35 @@ TEST(ProbeFields, ProgramsHaveNamesAndStreams)
     const std::string path = MadeFile("mpeg2-mp2-dvbsub.ts");
     const json programs = Probe(path)["programs"];
     ASSERT_EQ(programs.size(), 1u);
-    EXPECT_EQ(programs[0]["name"], "Service01");
+    EXPECT_EQ(programs[0]["name"], "A test of media");
     EXPECT_EQ(programs[0]["number"], 1);
     EXPECT_EQ(programs[0]["pmt_pid"], 4096);
     EXPECT_EQ(programs[0]["streams"], json({0, 1, 2}));
     EXPECT_THAT(RunProgram({"probe", path}).output,
-                HasSubstr("1, Service01, PMT at 4096, PCR at 256, streams #0 #1 #2"));
+                HasSubstr("1, A test of media, PMT at 4096, PCR at 256, streams #0 #1 #2"));
 }
 
 TEST(ProbeFields, StreamsOfNoKnownKindAreOthers)
 {
     const TemporaryFolder folder;
-    std::string movie = ContentOf(MadeFile("h264-aac.mp4"));
-    const size_t handler = movie.find("soun");
-    ASSERT_NE(handler, std::string::npos);
-    movie.replace(handler, 4, "quux");
-    const std::string path = folder.Put("private.mp4", movie);
-    EXPECT_EQ(Probe(path)["streams"][1]["kind"], "other");
-    EXPECT_THAT(RunProgram({"probe", path}).output, HasSubstr("\n  #1  other "));
+    std::string film = ContentOf(MadeFile("mpeg2-mp2-dvbsub.ts"));
+    // The subtitles get a private type and descriptor in each program map, whose checksum follows.
+    constexpr size_t section = 5, type = section + 22, checksum = section + 3 + 0x26 - 4;
+    for (size_t packet = 0; packet + 188 <= film.size(); packet += 188) {
+        if (film.compare(packet + 1, 2, "\x41\2", 2) == 0)
+            film.replace(packet + 20, 168, 168, '\xaa');  // nothing that could be recognised
+        if (film.compare(packet + 1, 2, "\x50\0", 2) != 0)
+            continue;
+        film[packet + type] = '\x90';
+        film[packet + type + 5] = '\x80';
+        const uint32_t sum =
+            av_crc(av_crc_get_table(AV_CRC_32_IEEE), UINT32_MAX,
+                   reinterpret_cast<const uint8_t*>(&film[packet + section]), checksum - section);
+        std::memcpy(&film[packet + checksum], &sum, sizeof sum);
+    }
+    const std::string path = folder.Put("private.ts", film);
+    EXPECT_EQ(Probe(path)["streams"][2]["kind"], "other");
+    EXPECT_THAT(RunProgram({"probe", path}).output, HasSubstr("\n  #2  other "));
 }
 
 TEST(ProbeFields, EveryKindOfFailureIsInTheSchema)
