@@ -110,6 +110,10 @@ TEST_F(OpenCl, PicturesOfEveryFormatComeBackAsTheyWere)
         ASSERT_EQ(av_hwframe_transfer_data(after.get(), uploaded.get(), 0), 0);
         ASSERT_EQ(after->format, format);
         EXPECT_EQ(PictureOf(*after.get()), PictureOf(*before.get()));
+        const SafeFrame own(COLOURS, format, 64, 48, 1, 1);
+        ASSERT_EQ(av_hwframe_transfer_data(own.get(), uploaded.get(), 0), 0);
+        EXPECT_EQ(PictureOf(*own.get()), PictureOf(*before.get()));
+        EXPECT_TRUE(own.OwnsData()) << "not replaced by FFmpeg's";
     }
 }
 

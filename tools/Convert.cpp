@@ -3,6 +3,7 @@
 #include "tools/Command.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -89,7 +90,7 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
             failure = CurrentFailure(options.output);
         if (!program.quiet)
             PrintFailure(ofOutput ? options.output : options.input, failure, program.verbosity > 0);
-        return EXIT_SOME_FAILED;
+        return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
 }
 

@@ -167,7 +167,7 @@ ExitCode RunDump(const DumpOptions& options, const Program& program)
     } catch (...) {
         if (!program.quiet)
             PrintFailure(options.file, CurrentFailure(options.file), program.verbosity > 0);
-        return EXIT_SOME_FAILED;
+        return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
 }
 
