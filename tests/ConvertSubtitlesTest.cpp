@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
-#include <regex>
+#include <cstdio>
+#include <sstream>
+#include <string>
 
 namespace {
 
@@ -15,21 +17,20 @@ std::string EventsOf(const std::string& path)
     const Outcome outcome =
         RunProgram({"-v", "error", "-i", path, "-map", "s:0", "-f", "srt", "-"}, "ffmpeg");
     EXPECT_EQ(outcome.errors, "") << path;
-    const std::regex times(R"((\d+):(\d+):(\d+),(\d+) --> (\d+):(\d+):(\d+),(\d+))");
     std::string events;
     std::istringstream lines(outcome.output);
     for (std::string line; std::getline(lines, line);) {
         std::erase(line, '\r');
-        std::smatch match;
-        const auto time = [&](int at) {
-            return ((std::stol(match[at]) * 60 + std::stol(match[at + 1])) * 60 + std::stol(match[at + 2])) *
-                       1000 +
-                   std::stol(match[at + 3]);
-        };
-        if (std::regex_match(line, match, times))
-            events += fmt::format("{}{}-{}", events.empty() ? "" : "; ", time(1), time(5));
-        else if (!line.empty() && !std::regex_match(line, std::regex(R"(\d+)")))
+        int t[8];
+        if (std::sscanf(line.c_str(), "%d:%d:%d,%d --> %d:%d:%d,%d", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5],
+                        &t[6], &t[7]) == 8) {
+            const auto time = [&](int at) {
+                return ((t[at] * 60 + t[at + 1]) * 60 + t[at + 2]) * 1000 + t[at + 3];
+            };
+            events += fmt::format("{}{}-{}", events.empty() ? "" : "; ", time(0), time(4));
+        } else if (line.find_first_not_of("0123456789") != std::string::npos) {
             events += (events.back() >= '0' && events.back() <= '9' ? " " : "|") + line;
+        }
     }
     return events;
 }
