@@ -1,3 +1,4 @@
+#include "Proc/Wrappers/Tessadrin/InputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
@@ -214,6 +215,8 @@ TEST(CustomIO, ClaimsBeyondTheRequestEndTheStream)
         EXPECT_EQ(avio_read(io.Get(), buffer, 4), AVERROR(EIO));
         EXPECT_EQ(FailureOf<Core::IOException>([&] { failure.Check(); }), broken);
     }
+    ProbeResult result;
+    EXPECT_THROW(DetectInputFormat(input, result), Core::IOException);
     input->count = 10;
     EXPECT_EQ(MovieProbe::Create(input, UINT64_MAX)->size, 10u) << "memory as the stream's size claims";
 }

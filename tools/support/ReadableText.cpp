@@ -27,7 +27,7 @@ DetectedInput WithReadableText(DetectedInput input)
     std::string text(input.size, '\0');
     const auto reader = MakeRefCounted<SteadyInput>(input.stream, losses);
     reader->MoveTo(0);
-    text.resize(reader->Read(reinterpret_cast<uint8_t*>(text.data()), text.size()));
+    text.resize(Core::CheckedRead(*reader, reinterpret_cast<uint8_t*>(text.data()), text.size()));
     if (losses.bytes > 0)
         return input;
     const std::string readable = Core::CharsetEncoding::GetReadeableString(text);

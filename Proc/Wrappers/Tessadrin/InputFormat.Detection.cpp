@@ -1,6 +1,7 @@
 #include "Proc/Wrappers/Tessadrin/InputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Details/LeadingTags.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -46,7 +47,7 @@ public:
         bytes.resize(size);
         input.MoveTo(start + done);
         while (done < size && !ended) {
-            const uint64_t count = input.Read(bytes.data() + done, size - done);
+            const uint64_t count = Core::CheckedRead(input, bytes.data() + done, size - done);
             done += count;
             ended = count == 0;
         }

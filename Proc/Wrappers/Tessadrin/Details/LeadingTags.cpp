@@ -1,6 +1,5 @@
 #include "Proc/Wrappers/Tessadrin/Details/LeadingTags.h"
 
-#include <algorithm>
 #include <string_view>
 
 namespace Quorva::Proc::Details {
@@ -43,7 +42,7 @@ uint64_t SizeOfAPEv2(std::string_view bytes)
 std::string_view ReadAt(Core::IDataInput& input, uint64_t position, uint8_t (&buffer)[apeHeaderSize])
 {
     input.MoveTo(position);
-    const uint64_t count = std::min<uint64_t>(input.Read(buffer, sizeof buffer), sizeof buffer);
+    const uint64_t count = Core::CheckedRead(input, buffer, sizeof buffer);
     return {reinterpret_cast<const char*>(buffer), count};
 }
 
