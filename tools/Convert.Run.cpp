@@ -238,10 +238,10 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     std::unique_ptr<Path> path;
     if (stream.treatment == Treatment::Copy) {
         CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
-        path = std::make_unique<CopyPath>(pass.steps, std::move(sink), std::move(stage));
+        path = std::make_unique<DirectPath<CopyStage>>(pass.steps, std::move(sink), std::move(stage));
     } else if (stream.treatment == Treatment::Subtitle) {
         SubtitleStage stage(stream, source, GetTimeFrame(), SubtitleTick(*plan.muxer, stream), *sink, target);
-        path = std::make_unique<SubtitlePath>(pass.steps, std::move(sink), std::move(stage));
+        path = std::make_unique<DirectPath<SubtitleStage>>(pass.steps, std::move(sink), std::move(stage));
     } else if (stream.treatment != Treatment::Attach) {
         EncoderSetting setting = SettingFor(index, number);
         setting.globalHeader = pass.output && pass.output->WantsGlobalHeaders();

@@ -51,8 +51,12 @@ public:
     CopyStage(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne);
     /// @param packet  emptied, or left to the caller
     void Take(AVPacket& packet);
+    /// Holds nothing back that belongs to the output.
+    void Finish() {}
     /// Whether nothing more is wanted.
     bool IsDone() const { return done; }
+    /// A copy isn't decoded, so no damage shows.
+    uint64_t GetDamaged() const { return 0; }
 
 private:
     void Send(AVPacket& packet);

@@ -26,18 +26,6 @@ constexpr int64_t longest = 10'000'000;
 /// At the same time: a bound on what a hostile input costs.
 constexpr size_t mostLines = 64;
 
-Proc::SafeCodecContext OpenDecoder(const AVCodec& codec, const AVStream& source)
-{
-    Proc::SafeCodecContext context(&codec);
-    int result = avcodec_parameters_to_context(context.get(), source.codecpar);
-    context->pkt_timebase = source.time_base;
-    if (result >= 0)
-        result = avcodec_open2(context.get(), &codec, nullptr);
-    if (result < 0)
-        ThrowFFmpegFailure(fmt::format("decoder {} rejects stream {}", codec.name, source.index), result);
-    return context;
-}
-
 /// @param decoder  open; its styles become the encoder's
 Proc::SafeCodecContext OpenEncoder(const AVCodec& codec, const AVCodecContext& decoder)
 {
@@ -112,7 +100,7 @@ SubtitleStage::SubtitleStage(const StreamPlan& plan, const AVStream& source, con
       frame(frame),
       tick(tick),
       sink(sink),
-      decoder(OpenDecoder(*plan.decoder, source)),
+      decoder(OpenSubtitleDecoder(*plan.decoder, source)),
       encoder(OpenEncoder(*plan.subtitleEncoder, *decoder.get())),
       oneAtATime(plan.subtitleEncoder->id == AV_CODEC_ID_MOV_TEXT)
 {

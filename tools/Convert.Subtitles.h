@@ -3,7 +3,7 @@
 #pragma once
 
 #include "tools/Convert.Containers.h"
-#include "tools/Convert.Pipeline.h"
+#include "tools/Convert.Stages.h"
 #include "tools/support/OpenedInput.h"
 
 #include <cstdint>
@@ -94,34 +94,6 @@ private:
     const bool oneAtATime;
     uint64_t damaged = 0;
     bool done = false;
-};
-
-/// Text subtitles that are encoded, at once.
-class SubtitlePath final : public Path {
-public:
-    SubtitlePath(Steps& steps, std::unique_ptr<StepSink> sink, SubtitleStage stage)
-        : steps(steps), sink(std::move(sink)), stage(std::move(stage))
-    {
-    }
-    void Take(AVPacket& packet, Step& step) override
-    {
-        sink->Turn(step);
-        stage.Take(packet);
-        steps.Complete(step, IsDone());
-    }
-    void Finish(Step& step) override
-    {
-        sink->Turn(step);
-        stage.Finish();
-        steps.Complete(step, true);
-    }
-    bool IsDone() const override { return stage.IsDone(); }
-    uint64_t GetDamaged() const override { return stage.GetDamaged(); }
-
-private:
-    Steps& steps;
-    const std::unique_ptr<StepSink> sink;  ///< the stage's
-    SubtitleStage stage;
 };
 
 /// Packets of text subtitles that begin before a seek's target and last beyond the output's beginning.

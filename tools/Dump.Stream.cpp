@@ -23,19 +23,6 @@ const AVCodec* DecoderOf(const AVStream& stream)
     return codec;
 }
 
-Proc::SafeCodecContext SubtitleDecoder(const AVStream& stream)
-{
-    const AVCodec* codec = DecoderOf(stream);
-    Proc::SafeCodecContext context(codec);
-    int result = avcodec_parameters_to_context(context.get(), stream.codecpar);
-    context->pkt_timebase = stream.time_base;
-    if (result >= 0)
-        result = avcodec_open2(context.get(), codec, nullptr);
-    if (result < 0)
-        ThrowFFmpegFailure(fmt::format("decoder {} refuses stream {}", codec->name, stream.index), result);
-    return context;
-}
-
 }  // namespace
 
 StreamDump::StreamDump(const AVStream& stream, const DumpOptions& options, std::string name, int64_t start)
@@ -46,7 +33,7 @@ StreamDump::StreamDump(const AVStream& stream, const DumpOptions& options, std::
       start(start)
 {
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) {
-        subtitles = SubtitleDecoder(stream);
+        subtitles = OpenSubtitleDecoder(*DecoderOf(stream), stream);
         return;
     }
     pictures.emplace(DecoderOf(stream), stream, 0, Proc::ImplNames::FFMPEG);

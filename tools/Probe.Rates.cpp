@@ -70,7 +70,7 @@ AVRational ReadAnimationRate(OpenedInput& input)
             durations.push_back(packet->duration);
     } catch (const Core::MemoryException&) {
         throw;
-    } catch (...) {  // whoever reads the file's packets gets to know
+    } catch (...) {  // reported where the file's packets are read
         return UNKNOWN_RATE;
     }
     if (durations.size() < 2 || durations.front() <= 0)
