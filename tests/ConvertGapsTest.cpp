@@ -91,8 +91,8 @@ protected:
         const std::string limit = "ulimit -v 1500000; ";
 #endif
         return RunProgram({"-c",
-                           limit + fmt::format("exec timeout --foreground -k 30 {} ", stop) + TESSADRIN_PROGRAM +
-                               " convert \"$0\" \"$1\" --overwrite " + options,
+                           limit + fmt::format("exec timeout --foreground -k 30 {} ", stop) +
+                               TESSADRIN_PROGRAM + " convert \"$0\" \"$1\" --overwrite " + options,
                            input, output},
                           "sh");
     }
@@ -146,7 +146,10 @@ TEST_F(ConvertGaps, AreClosedUpWhereAllStreamsHaveThem)
         for (const auto& [kind, end] : {std::pair("v", row.pictures), std::pair("a", row.sound)}) {
             if (end < 0)
                 continue;
-            const auto streams = Judge(output, {"-map", fmt::format("0:{}", kind)});
+            std::vector<std::string> arguments = {"-map", fmt::format("0:{}", kind)};
+            if (row.jumps == 0 && row.options.find("codec") == std::string::npos)
+                arguments.insert(arguments.end(), {"-c", "copy"});  // the input's times aren't the decoder's
+            const auto streams = Judge(output, arguments);
             ASSERT_EQ(streams.size(), 1u);
             EXPECT_NEAR(streams[0].end - std::min(streams[0].first, 2.0), end, 0.2) << kind;
         }

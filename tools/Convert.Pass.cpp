@@ -41,6 +41,13 @@ bool Pass::Take(AVPacket& packet)
     return Write(AHEAD);
 }
 
+void Pass::TakeEarlier()
+{
+    for (const PacketPointer& packet : earlier.Get())
+        if (const auto path = paths.find(packet->stream_index); path != paths.end())
+            path->second->Take(*packet, steps.Begin(path->first));
+}
+
 void Pass::Finish()
 {
     for (const auto& path : owned) {

@@ -48,7 +48,8 @@ struct Failure {
 /// The exception that is being handled, as a failure of the file at `path`. To be called in a catch block.
 Failure CurrentFailure(const std::string& path);
 
-/// Why an FFmpeg call gave this negative result.
+/// Why an FFmpeg call gave this negative result: what FFmpeg logged within an FFmpegErrors object where the
+/// result has many possible causes, or else the result's own text.
 std::string FFmpegReason(int result);
 
 /// Throws a ProcException about an FFmpeg call whose result was negative: `what`, ": " and FFmpeg's reason.
