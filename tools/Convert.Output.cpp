@@ -44,8 +44,9 @@ int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* 
     if (!(flags & AVIO_FLAG_WRITE))
         return AVERROR(EACCES);
     try {
-        auto target = std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE,
-                                                        output.failure);
+        auto target =
+            std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE,
+                                              output.failure, Interruption::GetUrgentCancellation());
         *io = target.release()->Get();
         return 0;
     } catch (...) {
@@ -74,6 +75,7 @@ Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& fil
     if (result < 0)
         ThrowFFmpegFailure(fmt::format("{} can't be written", plan.format), result);
     context->opaque = this;
+    context->interrupt_callback = Interruption::GetUrgentCancellation().GetInterruptCallback();
     if (plan.images) {
         context->io_open = OpenPicture;
         context->io_close2 = ClosePicture;
@@ -82,7 +84,7 @@ Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& fil
     const bool isStream = IsStreamPath(options.output);
     file = std::make_unique<Proc::GuardedIO>(
         isStream ? OpenStreamOutput(options.output) : files.Create(options.output), !isStream,
-        Proc::GuardedIO::SIZE, failure);
+        Proc::GuardedIO::SIZE, failure, Interruption::GetUrgentCancellation());
     context->pb = file->Get();
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
 }
@@ -203,6 +205,8 @@ void Output::Flush()
 
 void Output::Finish()
 {
+    if (Interruption::IsUrgent())
+        ThrowStopped();
     const int result = av_write_trailer(context.get());
     if (file)
         avio_flush(file->Get());

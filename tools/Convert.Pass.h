@@ -33,7 +33,7 @@ struct Pass {
     bool Write(size_t ahead, Path* next = nullptr);
     /// Hands on what is on the screen when the output begins.
     void TakeEarlier();
-    /// Writes everything that is still held.
+    /// Writes everything that is still held, or what is complete when the conversion is overdue.
     void Finish();
     PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
 

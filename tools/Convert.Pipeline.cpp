@@ -2,7 +2,9 @@
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 
+#include <chrono>
 #include <utility>
 
 namespace Quorva::Tool {
@@ -46,9 +48,11 @@ bool Steps::WriteFirst(PacketSink& sink, bool wait, const std::function<bool()>&
     bool complete = false;
     {
         std::unique_lock lock(mutex);
-        if (wait)
-            changed.wait(lock,
-                         [&] { return front.complete || !front.results.empty() || (enough && enough()); });
+        // Signal handlers can't notify.
+        constexpr std::chrono::milliseconds interval(50);
+        while (wait && !front.complete && front.results.empty() && !(enough && enough()) &&
+               !Interruption::IsOverdue())
+            changed.wait_for(lock, interval);
         writing.swap(front.results);
         waitingPackets -= writing.size();
         waitingBytes -= std::exchange(front.bytes, 0);
@@ -150,7 +154,7 @@ void CodedPath::DecodeAll(const std::stop_token& stop)
         // A decoded picture that waits here takes as much memory as one in the channel.
         frames.AwaitRoom(stop);
         try {
-            if (!stage->IsDone())
+            if (!stage->IsDone() && !Interruption::IsOverdue())
                 Decode(*input, stop);
         } catch (...) {
             end.failure = std::current_exception();
@@ -178,7 +182,7 @@ void CodedPath::RemakeAll(const std::stop_token& stop)
     while (std::optional<Decoded> decoded = frames.Pop(stop)) {
         std::exception_ptr failure;
         try {
-            if (!failed)
+            if (!failed && !Interruption::IsOverdue())
                 Remake(*decoded);
         } catch (...) {
             failure = std::current_exception();

@@ -63,7 +63,7 @@ public:
     Step& Begin(int stream);
     size_t GetCount() const { return steps.size(); }
     /// Writes what has come of the first step so far.
-    /// @param wait    until something has
+    /// @param wait    until something has, or the conversion is to end (Interruption::IsOverdue())
     /// @param enough  ends the wait as well; asked again after each Wake(). Null: nothing does
     /// @return        whether it was all, and the step is gone
     /// @throws        what the step failed with, or the sink

@@ -70,6 +70,8 @@ public:
     ~Conversion();
 
     bool Run();
+    /// Removes what is temporary. The rest stays: threads may be in a call of a codec that takes long.
+    void Abandon();
 
 private:
     void Tell(const std::string& line) const
@@ -77,6 +79,7 @@ private:
         if (!quiet)
             WriteLine(line);
     }
+    void ReportKept() const;
     void Announce() const;
     void Sum(const ConvertProgress& progress) const;
     void Open(Pass& pass, OpenedInput& input, int number);
@@ -110,6 +113,7 @@ private:
     std::exception_ptr readFailure;       ///< where reading ended early; what came before is converted
     int64_t position = 0;
     uint64_t bytes = 0;
+    std::unique_ptr<Pass> pass;  ///< at work; last, as its threads use the others
 };
 
 void Conversion::Announce() const
@@ -347,6 +351,8 @@ void Conversion::Complete(const OpenedInput& input, Pass& pass)
         outcome.written = output.GetWritten(static_cast<int>(i));
     }
     if (!HasContent(outcomes)) {
+        if (Interruption::IsWanted())
+            ThrowFFmpegFailure("nothing was written", AVERROR_EXIT);
         if (readFailure)
             std::rethrow_exception(readFailure);
         ThrowNoContent(outcomes);
@@ -359,26 +365,29 @@ void Conversion::Complete(const OpenedInput& input, Pass& pass)
 
 bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progress)
 {
-    Pass pass;
+    pass = std::make_unique<Pass>();
     Select(input);
     LookAhead beginning(input, PictureStreams(input));
     if (number != 2)  // the first pass has found it
         SetOrigin(beginning);
-    Seek(input, beginning, pass.earlier);
-    Open(pass, input, number);
-    pass.TakeEarlier();
-    const bool complete = Transport(input, beginning, pass, progress);
+    Seek(input, beginning, pass->earlier);
+    Open(*pass, input, number);
+    pass->TakeEarlier();
+    const bool complete = Transport(input, beginning, *pass, progress);
     if (!complete && number == 1)
         return false;
-    pass.Finish();
-    for (size_t i = 0; i < pass.owned.size(); ++i) {
-        if (number == 1 && pass.owned[i])
-            passStats[i] = pass.owned[i]->GetStats();
-        if (number != 1 && pass.owned[i])
-            damaged[plan.streams[i].input] = pass.owned[i]->GetDamaged();
+    pass->Finish();
+    const bool isOverdue = Interruption::IsOverdue();  // then threads may still be at work
+    for (size_t i = 0; i < pass->owned.size() && !isOverdue; ++i) {
+        if (number == 1 && pass->owned[i])
+            passStats[i] = pass->owned[i]->GetStats();
+        if (number != 1 && pass->owned[i])
+            damaged[plan.streams[i].input] = pass->owned[i]->GetDamaged();
     }
-    if (pass.output)
-        Complete(input, pass);
+    if (pass->output)
+        Complete(input, *pass);
+    if (!isOverdue)
+        pass.reset();
     return complete && !Interruption::IsWanted();  // a stage may have ended within a gap
 }
 
@@ -403,7 +412,7 @@ void Conversion::Sum(const ConvertProgress& progress) const
 
 bool Conversion::Run()
 {
-    const Interruption interruption;
+    const Interruption interruption(OutputFiles::DiscardAll);
     const FFmpegErrors errors;  // of opening, which say what is wrong with streams
     const DetectedInput detected = WithReadableText(DetectInput(options.input));
     auto input = std::make_unique<OpenedInput>(detected);
@@ -446,7 +455,16 @@ bool Conversion::Run()
     return complete;
 }
 
-Conversion::~Conversion()
+Conversion::~Conversion() { ReportKept(); }
+
+void Conversion::Abandon()
+{
+    ReportKept();
+    files.Discard();
+    notesOfEncoders.reset();
+}
+
+void Conversion::ReportKept() const
 {
     if (options.keepPartial)
         for (const std::string& path : files.GetUnfinished())
@@ -455,6 +473,16 @@ Conversion::~Conversion()
 
 }  // namespace
 
-bool CarryOut(const ConvertOptions& options, bool quiet) { return Conversion(options, quiet).Run(); }
+bool CarryOut(const ConvertOptions& options, bool quiet)
+{
+    const auto end = [](Conversion* conversion) {
+        if (Interruption::IsOverdue())
+            conversion->Abandon();
+        else
+            delete conversion;
+    };
+    const std::unique_ptr<Conversion, decltype(end)> conversion(new Conversion(options, quiet), end);
+    return conversion->Run();
+}
 
 }  // namespace Quorva::Tool

@@ -8,7 +8,10 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <charconv>
+#include <cstdio>
 #include <memory>
 #include <string_view>
 
@@ -86,7 +89,7 @@ std::optional<int64_t> ParseMaxGap(const std::string& text)
     return time;
 }
 
-ExitCode RunConvert(const ConvertOptions& options, const Program& program)
+ExitCode Convert(const ConvertOptions& options, const Program& program)
 {
     try {
         return CarryOut(options, program.quiet) ? EXIT_ALL_WELL : EXIT_STOPPED;
@@ -107,6 +110,15 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
             PrintFailure(ofOutput ? options.output : options.input, failure, program.verbosity > 0);
         return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
+}
+
+ExitCode RunConvert(const ConvertOptions& options, const Program& program)
+{
+    const ExitCode code = Convert(options, program);
+    if (!Interruption::IsOverdue())
+        return code;
+    std::fflush(nullptr);  // a stopped conversion: nothing is left to be done about a failure
+    _exit(code);
 }
 
 void AddFiles(CLI::App& command, ConvertOptions& options)

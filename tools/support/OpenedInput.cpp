@@ -215,7 +215,10 @@ OpenedInput::OpenedInput(const DetectedInput& input)
         ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
     }
     // A failure leaves the streams less well described, not unreadable.
-    if (const int informed = avformat_find_stream_info(context.get(), nullptr); informed < 0)
+    const int informed = avformat_find_stream_info(context.get(), nullptr);
+    if (Interruption::IsWanted())
+        ThrowFFmpegFailure("not read to its end", AVERROR_EXIT);
+    if (informed < 0)
         streamsWarning = "stream information is incomplete: " + FFmpegReason(informed);
 }
 
