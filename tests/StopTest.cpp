@@ -31,38 +31,42 @@ protected:
     {
         setenv("T", TESSADRIN_PROGRAM, 1);
         setenv("F", folder->path.c_str(), 1);
-        return RunProgram({"-c", "cd \"$F\" && " + line}, "/bin/bash");
+        return RunProgram({"-c", "cd \"$F\" || exit\n" + line}, "/bin/bash");
     }
 
     static std::unique_ptr<TemporaryFolder> folder;
 };
 std::unique_ptr<TemporaryFolder> Stop::folder;
 
-/// `timeout` signals once; the exit code is 137 when it has to kill.
+/// `timeout --foreground` signals once; the exit code is 137 when it has to kill.
 TEST_F(Stop, IsHeardWhateverTheProgramDoes)
 {
-    const std::string once = "timeout --preserve-status -k 8 -s ";
+    const std::string once = "timeout --foreground --preserve-status -k 8 -s ";
     // An encoder that takes a minute for what it holds.
     const std::string encode = "$T convert big.mkv o.mkv --video-codec hevc --option preset=placebo";
     const auto twice = [&](const char* signal) {
         return fmt::format("{0} & sleep 3; kill -{1} $!; sleep 0.02; kill -{1} $!; wait $!", encode, signal);
     };
+    // With another process at the pipe, which does nothing.
+    const auto beside = [&](char direction, const std::string& line) {
+        return fmt::format("(exec sleep 9 {} a) & {}; code=$?; kill $!; exit $code", direction, once + line);
+    };
     const struct {
         std::string line;
         const char* left;  ///< what there is afterwards; empty: nothing
     } rows[] = {
-        {once + "INT 3 " + encode,                                                   "o.mkv"},
-        {once + "HUP 3 " + encode,                                                   "o.mkv"},
-        {twice("TERM"),                                                              ""     },
-        {twice("HUP"),                                                               ""     },
-        {once + "TERM 1 $T convert live.m3u8 l.mkv",                                 "l.mkv"},
-        {once + "INT 1 $T probe --count live.m3u8",                                  ""     },
-        {"mkfifo a && " + once + "INT 1 $T convert big.mkv a --format mkv",          ""     },
-        {"(sleep 9 < a) & " + once + "INT 1 $T convert big.mkv a --format mkv",      ""     },
-        {"(sleep 9 > a) & " + once + "TERM 1 $T convert a o.mkv",                    ""     },
-        {"(sleep 9 > a) & " + once + "HUP 1 $T probe a",                             ""     },
-        {"(sleep 9 > a) & " + once + "INT 1 $T dump a",                              ""     },
-        {"(sleep 9 < a) & " + once + "INT 1 $T probe --packets big.mkv big.mkv > a", ""     },
+        {once + "INT 3 " + encode, "o.mkv"},
+        {once + "HUP 3 " + encode, "o.mkv"},
+        {twice("TERM"), ""},
+        {twice("HUP"), ""},
+        {once + "TERM 1 $T convert live.m3u8 l.mkv", ""},
+        {once + "INT 1 $T probe --count live.m3u8", ""},
+        {"mkfifo a; " + once + "INT 1 $T convert big.mkv a --format mkv", ""},
+        {beside('<', "INT 1 $T convert big.mkv a --format mkv"), ""},
+        {beside('>', "TERM 1 $T convert a o.mkv"), ""},
+        {beside('>', "HUP 1 $T probe a"), ""},
+        {beside('>', "INT 1 $T dump a"), ""},
+        {beside('<', "INT 1 $T probe --packets big.mkv big.mkv > a"), ""},
     };
     const std::set<std::string> inputs = {"a", "big.mkv", "live.m3u8", "piece.ts"};
     for (const auto& row : rows) {
@@ -82,19 +86,15 @@ TEST_F(Stop, IsHeardWhateverTheProgramDoes)
 TEST_F(Stop, IsNotSeenInSlowPipes)
 {
     const char* const lines[] = {
-        "$T convert big.mkv - --format mpegts | (sleep 2; cat) > slow.ts && $T convert big.mkv - --format "
-        "mpegts "
-        "> o.ts",
-        "(head -c 100000 big.mkv; sleep 1; tail -c +100001 big.mkv) | $T convert - slow.ts && $T convert "
-        "big.mkv "
-        "o.ts --overwrite",
-        "(mkfifo b; sleep 1; cat b > slow.ts) & sleep 0.5; $T convert big.mkv b --format mpegts; wait; cp "
-        "slow.ts "
-        "o.ts && [ -s o.ts ]",
+        "$T convert big.mkv - --format mpegts | (sleep 2; cat)",
+        "(head -c 100000 big.mkv; sleep 1; tail -c +100001 big.mkv) | $T convert - - --format mpegts",
+        "mkfifo b; (sleep 1; $T convert big.mkv b --format mpegts) & cat b",
+        "mkfifo c; $T convert big.mkv c --format mpegts & sleep 1; cat c",
     };
+    ASSERT_EQ(Shell("$T convert big.mkv - --format mpegts > direct").code, 0);
     for (const char* const line : lines) {
         SCOPED_TRACE(line);
-        const Outcome outcome = Shell(line + std::string(" && cmp o.ts slow.ts && rm slow.ts o.ts"));
+        const Outcome outcome = Shell(fmt::format("({}) > slow; cmp direct slow", line));
         EXPECT_EQ(outcome.code, 0) << outcome.errors << outcome.output;
     }
 }
