@@ -72,5 +72,22 @@ TEST(SafeSwsLimits, ParametersThatWouldEndTheProcessAreRefused)
     }
 }
 
+TEST(SafeSwsLimits, RowsThatSplitSamplesAreRefused)
+{
+    const SafeSwsContext context(SwsCtxParams{
+        {32, 32, AV_PIX_FMT_YUV420P10LE},
+        {32, 32, AV_PIX_FMT_P010LE     }
+    });
+    const Frame source = NewFrame(AV_PIX_FMT_YUV420P10LE, 32, 32),
+                target = NewFrame(AV_PIX_FMT_P010LE, 32, 32);
+    EXPECT_EQ(context.Scale(*source, *target), 32);
+    for (int* const size : {&source->linesize[1], &target->linesize[0]}) {
+        --*size;
+        EXPECT_EQ(context.Scale(*source, *target), AVERROR(EINVAL));
+        EXPECT_EQ(context.Scale(SwsSource(source), SwsDestination(target)), AVERROR(EINVAL));
+        ++*size;
+    }
+}
+
 }  // namespace
 }  // namespace Quorva::Proc

@@ -228,6 +228,18 @@ bool IsSliceOf(const SwsItem& item, int sliceY, int sliceH)
     return sliceY % unit == 0 && (sliceH % unit == 0 || sliceY + sliceH == item.height);
 }
 
+/// Whether rows of 16-bit samples begin within a sample: FFmpeg's conversion to P010 and P016 asserts that
+/// none do.
+bool SplitsSamples(const SwsCtxParams& p, const int (&source)[4], const int (&target)[4])
+{
+    const auto splits = [](const SwsItem& item, const int(&linesize)[4]) {
+        return GetPixelFormatDescription(item.format)->comp[0].depth > 8 &&
+               std::ranges::any_of(linesize, [](int size) { return size % 2 != 0; });
+    };
+    return IsSemiPlanar(*GetPixelFormatDescription(p.dst.format)) &&
+           (splits(p.src, source) || splits(p.dst, target));
+}
+
 /// A slice whose samples may exceed the depth of their format, as those of raw video: FFmpeg's tables for RGB
 /// have no room for what it makes of them.
 class CleanSlice {
@@ -338,7 +350,8 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
     }
     // FFmpeg refuses most of these itself, with the same code, and reads outside of the picture for the
     // others.
-    if (!context || !IsSliceOf(params.src, sliceY, sliceH))
+    if (!context || !IsSliceOf(params.src, sliceY, sliceH) ||
+        SplitsSamples(params, src.linesize, dst.linesize))
         return AVERROR(EINVAL);
     const auto scale = [&](const SwsSource& source) {
         return sws_scale(context, source.data, source.linesize, sliceY, sliceH, dst.data, dst.linesize);
@@ -358,8 +371,11 @@ int SafeSwsContext::Scale(const AVFrame& source, AVFrame& target) const
 {
     // Of FFmpeg's two calls only the one for frames makes use of threads. It would allocate another picture
     // for a target whose own isn't reference-counted.
-    if (!context || strayBits || unwritten || (target.data[0] && !target.buf[0]))
-        return Scale(SwsSource(source), SwsDestination(target));
+    const SwsSource from(source);
+    const SwsDestination to(target);
+    if (!context || strayBits || unwritten || (target.data[0] && !target.buf[0]) ||
+        SplitsSamples(params, from.linesize, to.linesize))
+        return Scale(from, to);
     const int result = sws_scale_frame(context, &target, &source);
     return result < 0 ? result : params.dst.height;
 }
