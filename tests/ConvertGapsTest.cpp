@@ -5,7 +5,8 @@
 
 namespace {
 
-constexpr double decade = 315'360'000;  // seconds
+constexpr double year = 31'536'000;  // seconds
+constexpr double decade = 10 * year;
 
 /// A row's input: 8 seconds of pictures and sound, whose times jump where they are beyond 4 seconds.
 struct Input {
@@ -69,7 +70,9 @@ protected:
             line.insert(line.end(), {"-map", std::string("0:") + stream});
             if (seconds > 0)
                 line.insert(line.end(), {std::string("-bsf:") + stream,
-                                         fmt::format("setts=ts='if(gt(TS*TB,4),TS+{:.0f}/TB,TS)'", seconds)});
+                                         fmt::format("setts=pts='if(gt(PTS*TB,4),PTS+{0:.0f}/TB,PTS)':"
+                                                     "dts='if(gt(DTS*TB,4),DTS+{0:.0f}/TB,DTS)'",
+                                                     seconds)});
         };
         jump("v", input.pictures);
         jump("a", input.sound);
@@ -116,6 +119,7 @@ TEST_F(ConvertGaps, AreClosedUpWhereAllStreamsHaveThem)
         {{"mkv", 3600, 3600},     "a.mkv",  "",                                          1, 8,   8  },
         {{"mkv", 3600, 3600},     "a.mkv",  encoded,                                     1, 8,   8  },
         {{"mkv", decade, decade}, "a.mkv",  encoded,                                     1, 8,   8  },
+        {{"mkv", year, year},     "a.mkv",  encoded,                                     1, 8,   8  },
         {{"mkv", decade, decade}, "a.avi",  "--frame-rate 25",                           1, 8,   8  },
         {{"mp4", 3600, 3600},     "a.mkv",  "",                                          1, 8,   8  },
         {{"nut", 3600, 3600},     "a.mp4",  "",                                          1, 8,   8  },
@@ -124,6 +128,8 @@ TEST_F(ConvertGaps, AreClosedUpWhereAllStreamsHaveThem)
         {{"mkv", decade, -1},     "a.mkv",  encoded,                                     1, 8,   -1 },
         {{"mkv", 3600, 3600},     "a.mkv",  encoded + "--duration 6",                    1, 6,   6  },
         {{"mkv", 3600, 3600},     "a.mkv",  encoded + "--start 3 --duration 3",          1, 3,   3  },
+        {{"mkv", 3600, 3600},     "a.mkv",  encoded + "--start 2000",                    1, 4,   4  },
+        {{"mkv", 3600, 3600},     "a.mkv",  encoded + "--start 3606",                    0, 2,   2  },
         // One stream alone, a pause below the limit, or as asked for: nothing is moved.
         {{"mkv", 0, 60},          "a.mkv",  "",                                          0, 8,   68 },
         {{"mkv", 60, 0},          "a.mkv",  "",                                          0, 68,  8  },
@@ -146,10 +152,7 @@ TEST_F(ConvertGaps, AreClosedUpWhereAllStreamsHaveThem)
         for (const auto& [kind, end] : {std::pair("v", row.pictures), std::pair("a", row.sound)}) {
             if (end < 0)
                 continue;
-            std::vector<std::string> arguments = {"-map", fmt::format("0:{}", kind)};
-            if (row.jumps == 0 && row.options.find("codec") == std::string::npos)
-                arguments.insert(arguments.end(), {"-c", "copy"});  // the input's times aren't the decoder's
-            const auto streams = Judge(output, arguments);
+            const auto streams = Judge(output, {"-map", fmt::format("0:{}", kind)});
             ASSERT_EQ(streams.size(), 1u);
             EXPECT_NEAR(streams[0].end - std::min(streams[0].first, 2.0), end, 0.2) << kind;
         }
@@ -164,6 +167,70 @@ TEST_F(ConvertGaps, MoveSubtitlesWithTheOtherStreams)
     ASSERT_EQ(streams.size(), 1u);
     EXPECT_EQ(streams[0].hashes.size(), 2u);
     EXPECT_NEAR(streams[0].end, 7, 0.2);
+}
+
+TEST_F(ConvertGaps, MoveChapters)
+{
+    const std::string chapters = folder->Put("chapters.txt",
+                                             ";FFMETADATA1\n[CHAPTER]\nTIMEBASE=1/1\nSTART=0\nEND=3606\n"
+                                             "[CHAPTER]\nTIMEBASE=1/1\nSTART=3606\nEND=3608\n");
+    const std::string input = folder->At("chapters.mkv");
+    RunFFmpeg({"-i", Make({"mkv", 3600, 3600}), "-i", chapters, "-map", "0", "-map_chapters", "1", "-c",
+               "copy", input});
+    for (const char* const name : {"c.mkv", "c.mp4"}) {
+        SCOPED_TRACE(name);
+        const std::string output = folder->At(name);
+        ASSERT_EQ(ConvertWithin(input, output, "").code, 0);
+        const nlohmann::json probed =
+            nlohmann::json::parse(RunProgram({"probe", "--json", output}).output)["files"][0]["chapters"];
+        ASSERT_EQ(probed.size(), 2u) << probed;
+        EXPECT_NEAR(probed[1]["start"].get<double>(), 6e6, 0.1e6);
+    }
+}
+
+/// No packet comes much behind those of the other stream.
+TEST_F(ConvertGaps, AreFilledAsSlowlyAsTheOtherStreamsAdvance)
+{
+    RunFFmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=25:duration=70", "-f", "lavfi", "-i",
+               "sine=duration=70", "-c:v", "mjpeg", "-c:a", "mp2", folder->At("long.mkv")});
+    const char* const hole = "noise=drop='gt(pts*tb,4)*lt(pts*tb,64)'";
+    const struct {
+        const char* stream;  ///< that has the hole
+        const char* output;
+        const char* options;
+    } rows[] = {
+        {"a", "f.ts",  ""                                        },
+        {"a", "f.mxf", "--video-codec mpeg2video"                },
+        {"v", "f.avi", "--video-codec mpeg4"                     },
+        {"v", "f.ts",  "--video-codec mpeg2video --frame-rate 30"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.output);
+        const std::string input = folder->At("hole.mkv"), output = folder->At(row.output);
+        RunFFmpeg(
+            {"-i", folder->At("long.mkv"), "-c", "copy", std::string("-bsf:") + row.stream, hole, input});
+        const Outcome outcome =
+            ConvertWithin(input, output,
+                          std::string("--audio-codec ") +
+                              (std::string(row.output) == "f.mxf" ? "pcm_s16le " : "ac3 ") + row.options);
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        const Outcome packets = RunProgram(
+            {"-v", "error", "-show_entries", "packet=stream_index,dts_time", "-of", "csv=p=0", output},
+            "ffprobe");
+        double latest[2] = {0, 0}, lag = 0;
+        std::istringstream lines(packets.output);
+        for (std::string line; std::getline(lines, line);) {
+            size_t stream = 0;
+            double time = 0;
+            if (std::sscanf(line.c_str(), "%zu,%lf", &stream, &time) != 2 || stream > 1)
+                continue;
+            latest[stream] = std::max(latest[stream], time);
+            lag = std::max(lag, std::abs(latest[0] - latest[1]));
+        }
+        EXPECT_NEAR(latest[0], 70, 2);
+        EXPECT_NEAR(latest[1], 70, 2);
+        EXPECT_LT(lag, 8);
+    }
 }
 
 TEST_F(ConvertGaps, GoBackwardsInJoinedRecordingsAndAreNoneInSlideShows)

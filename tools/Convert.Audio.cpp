@@ -111,6 +111,19 @@ void AudioStage::Place(int64_t time)
         Silence(hole);
 }
 
+void AudioStage::Fill(const Pause& pause)
+{
+    if (done || received == AV_NOPTS_VALUE)
+        return;
+    const int rate = plan.audio->sampleInfo.sampleRate;
+    const int64_t expected = received + (resampler ? resampler.GetDelay(rate) : 0);
+    const auto placeOf = [&](int64_t time) {
+        return Proc::AvRescale(frame.FromInput(time, AV_TIME_BASE_Q), rate, AV_TIME_BASE);
+    };
+    if (expected > placeOf(pause.last))
+        Silence(placeOf(pause.until) - expected);
+}
+
 void AudioStage::Convert(const boost::intrusive_ptr<Proc::AudioData>& samples)
 {
     const Conf::SampleInfo& to = plan.audio->sampleInfo;

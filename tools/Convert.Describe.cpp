@@ -122,24 +122,6 @@ void FixTag(AVCodecParameters& parameters, const AVOutputFormat& muxer)
         parameters.codec_tag = 0;
 }
 
-void AddChapter(AVFormatContext& output, const AVChapter& source, int64_t start, int64_t end)
-{
-    auto* const chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
-    auto* const chapters = static_cast<AVChapter**>(
-        chapter ? av_realloc_array(output.chapters, output.nb_chapters + 1, sizeof(AVChapter*)) : nullptr);
-    if (!chapters) {
-        av_free(chapter);
-        ThrowFFmpegFailure("chapters can't be described", AVERROR(ENOMEM));
-    }
-    output.chapters = chapters;
-    output.chapters[output.nb_chapters++] = chapter;
-    chapter->id = source.id;
-    chapter->time_base = AV_TIME_BASE_Q;
-    chapter->start = start;
-    chapter->end = end;
-    CopyTags(&chapter->metadata, source.metadata);
-}
-
 }  // namespace
 
 void CopyTags(AVDictionary** target, const AVDictionary* source)
@@ -193,19 +175,10 @@ void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& 
     }
 }
 
-void DescribeFile(AVFormatContext& output, const AVFormatContext& input, const Plan& plan)
+void DescribeFile(AVFormatContext& output, const AVFormatContext& input)
 {
     CopyTags(&output.metadata, input.metadata);
     PlaceTags(output, input);
-    for (const AVChapter* chapter : std::span(input.chapters, input.nb_chapters)) {
-        int64_t start = Proc::stream_to_global(chapter->start, chapter->time_base) - plan.origin;
-        int64_t end = Proc::stream_to_global(chapter->end, chapter->time_base) - plan.origin;
-        start = std::max<int64_t>(start, 0);
-        if (plan.end)
-            end = std::min(end, *plan.end);
-        if (start < end)
-            AddChapter(output, *chapter, start, end);
-    }
 }
 
 }  // namespace Quorva::Tool

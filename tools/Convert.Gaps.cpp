@@ -67,8 +67,8 @@ int GapFilter::Track::JumpTo(int64_t time, int64_t limit) const
 }
 
 GapFilter::GapFilter(const AVFormatContext& input, const std::set<int>& streams, std::optional<int64_t> limit,
-                     Report report)
-    : limit(limit), report(std::move(report))
+                     int64_t origin, Report report)
+    : limit(limit), origin(origin), report(std::move(report))
 {
     tracks.resize(streams.empty() ? 0 : static_cast<size_t>(*streams.rbegin()) + 1);
     for (const int index : streams) {
@@ -271,21 +271,33 @@ void GapFilter::Decide(bool isJump)
     }
 }
 
-/// Moves the times as far as no stream's overlap.
+/// The jump by which no stream's times overlap; nothing when there is none in the output.
+std::optional<TimeJump> GapFilter::MeasureJump() const
+{
+    TimeJump jump{from, INT64_MAX, INT64_MIN};
+    int64_t latest = INT64_MIN;
+    for (const Track& track : tracks)
+        if (track.jumped) {
+            latest = std::max(latest, track.GetEnd());
+            jump.begin = std::min(jump.begin, track.begin);
+            jump.shift = std::max(jump.shift, std::max(track.GetEnd(), origin) - track.begin);
+        }
+    const bool isBefore = direction > 0 ? jump.shift >= current : latest <= origin;
+    return isBefore || std::abs(jump.shift) >= FARTHEST ? std::nullopt : std::optional(jump);
+}
+
 void GapFilter::CloseUp()
 {
-    int64_t moved = INT64_MIN;
-    for (const Track& track : tracks)
-        if (track.jumped)
-            moved = std::max(moved, track.GetEnd() - track.begin);
-    if (std::abs(moved) >= FARTHEST)
+    const std::optional<TimeJump> jump = MeasureJump();
+    if (!jump)
         return;
     for (const Track& track : tracks)
         if (track.jumped && track.announced)
             track.announced->duration = Proc::global_to_stream(track.step, track.timeBase);
-    report(from, current - moved);
+    report(from, current - jump->shift);
     formerShift = current;
-    shift = moved;
+    shift = jump->shift;
+    jumps.push_back(*jump);
 }
 
 }  // namespace Quorva::Tool

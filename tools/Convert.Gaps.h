@@ -14,6 +14,13 @@
 
 namespace Quorva::Tool {
 
+/// A jump that was closed up. Times are microseconds.
+struct TimeJump {
+    int64_t from = 0;   ///< the end of what is before it, as it is moved
+    int64_t begin = 0;  ///< of what is behind it, as the input has it
+    int64_t shift = 0;  ///< by which times are moved from there on
+};
+
 /// Packets on their way from the demuxer, with such jumps closed up: behind one, the times of all streams are
 /// moved by the same distance.
 ///
@@ -37,8 +44,9 @@ public:
 
     /// @param streams  of the input whose packets come; sound and pictures among them decide
     /// @param limit    microseconds; none: everything passes as it is
+    /// @param origin   the input's time at which the output begins, microseconds: jumps before it don't count
     GapFilter(const AVFormatContext& input, const std::set<int>& streams, std::optional<int64_t> limit,
-              Report report);
+              int64_t origin, Report report);
 
     /// @param packet  emptied
     void Push(AVPacket& packet);
@@ -46,6 +54,9 @@ public:
     void Finish();
     /// The next packet that can go on, or null.
     PacketPointer Pop();
+    /// By which times are moved behind the latest jump, microseconds.
+    int64_t GetShift() const { return shift; }
+    const std::vector<TimeJump>& GetJumps() const { return jumps; }
 
 private:
     /// A stream. Times are microseconds, of the output unless they are raw.
@@ -82,10 +93,13 @@ private:
     bool HasGoneOn() const;
     void DecideWhenKnown();
     void Decide(bool isJump);
+    std::optional<TimeJump> MeasureJump() const;
     void CloseUp();
 
     const std::optional<int64_t> limit;
+    const int64_t origin;
     const Report report;
+    std::vector<TimeJump> jumps;
     std::vector<Track> tracks;  ///< by stream index
     int64_t shift = 0;          ///< what is added to raw times, microseconds
     int64_t formerShift = 0;    ///< and was before the last jump, for what comes late

@@ -4,7 +4,7 @@
 
 namespace Quorva::Tool {
 
-InterleavingQueue::InterleavingQueue(const std::vector<bool>& awaited)
+InterleavingQueue::InterleavingQueue(const std::vector<bool>& awaited, int64_t longest) : longest(longest)
 {
     for (const bool waits : awaited)
         newest.push_back(waits ? INT64_MIN : INT64_MAX);
@@ -16,7 +16,7 @@ void InterleavingQueue::Add(size_t stream, int64_t time, uint64_t size)
     latest = std::max(latest, time);
     packets.push_back({time, size});
     bytes += size;
-    const int64_t written = std::max(std::ranges::min(newest), latest - LONGEST);
+    const int64_t written = std::max(std::ranges::min(newest), latest - longest);
     // Near enough to the order of times that those behind a later packet matter little.
     while (!packets.empty() && packets.front().time <= written) {
         bytes -= packets.front().size;

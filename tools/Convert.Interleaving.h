@@ -2,6 +2,7 @@
 /// A bound for the packets that FFmpeg's muxers hold back.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -18,13 +19,17 @@ public:
     static constexpr int64_t LONGEST = 10'000'000;  ///< microseconds; FFmpeg's default
 
     /// @param awaited  of each stream, whether the muxer waits for its packets
-    explicit InterleavingQueue(const std::vector<bool>& awaited);
+    /// @param longest  by how much time, microseconds, any stream gets beyond a packet before it is written
+    explicit InterleavingQueue(const std::vector<bool>& awaited, int64_t longest = LONGEST);
 
     /// A packet goes to the muxer.
     /// @param time  of decoding, microseconds
     void Add(size_t stream, int64_t time, uint64_t size);
     /// Whether the muxer should write all that it holds.
     bool IsFull() const { return packets.size() >= MOST_PACKETS || bytes >= MOST_BYTES; }
+    uint64_t GetBytes() const { return bytes; }
+    /// The stream that the muxer waits for.
+    size_t GetLast() const { return static_cast<size_t>(std::ranges::min_element(newest) - newest.begin()); }
     /// It did.
     void Clear();
 
@@ -33,6 +38,7 @@ private:
         int64_t time;
         uint64_t size;
     };
+    const int64_t longest;
     std::deque<Packet> packets;
     uint64_t bytes = 0;
     std::vector<int64_t> newest;  ///< time of each stream; INT64_MAX where none is awaited

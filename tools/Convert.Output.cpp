@@ -12,6 +12,7 @@
 #include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
+#include <string_view>
 
 namespace Quorva::Tool {
 
@@ -33,6 +34,26 @@ namespace {
 {
     Proc::Details::Raise(Proc::ProcException() << TagDescription("stopped at once, as asked twice")
                                                << TagFailureKind(FailureKind::Unwritable));
+}
+
+/// Whether the muxer writes units with a picture and its sound, and so waits for all streams however long.
+bool NeedsWholeUnits(const AVOutputFormat& muxer)
+{
+    const std::string_view name(muxer.name);
+    return name.starts_with("mxf") || name == "gxf";
+}
+
+/// That such a muxer may hold back.
+constexpr uint64_t mostInUnits = 512 << 20;  // bytes
+
+[[noreturn]] void ThrowGap(const char* muxer, size_t stream)
+{
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(fmt::format(
+                                "{} can't store a gap: stream {} of the output pauses while others go "
+                                "on; encode it, which fills the gap",
+                                muxer, stream))
+                         << TagFailureKind(FailureKind::Unsupported));
 }
 
 }  // namespace
@@ -129,7 +150,7 @@ void Output::Begin()
     std::vector<bool> awaited;
     for (const AVStream* stream : std::span(context->streams, context->nb_streams))
         awaited.push_back(stream->codecpar->codec_type != AVMEDIA_TYPE_ATTACHMENT);
-    queue.emplace(awaited);
+    queue.emplace(awaited, NeedsWholeUnits(*context->oformat) ? INT64_MAX / 2 : InterleavingQueue::LONGEST);
 }
 
 /// Muxers refuse time stamps of decoding that stand still or go back, as damaged inputs have them.
@@ -170,13 +191,17 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
     CheckPacket("refuses a packet", Interleave(packet));
 }
 
-/// Has the muxer write all that it holds back when that becomes too much. (MXF's keeps it: it needs whole
-/// edit units.)
+/// Has the muxer write all that it holds back when that becomes too much.
 int Output::Interleave(AVPacket& packet)
 {
     const int64_t time = Proc::stream_to_global(packet.dts, context->streams[packet.stream_index]->time_base);
     if (time != AV_NOPTS_VALUE)
         queue->Add(static_cast<size_t>(packet.stream_index), time, static_cast<uint64_t>(packet.size));
+    if (NeedsWholeUnits(*context->oformat)) {
+        if (queue->GetBytes() > mostInUnits)
+            ThrowGap(context->oformat->name, queue->GetLast());
+        return av_interleaved_write_frame(context.get(), &packet);
+    }
     const bool isFull = queue->IsFull();
     context->max_interleave_delta = isFull ? 1 : InterleavingQueue::LONGEST;
     if (isFull)

@@ -89,6 +89,7 @@ void CopyTags(AVDictionary** target, const AVDictionary* source);
 /// Moves tags to where the container keeps them, with the file or with a stream; called once all are
 /// described.
 void PlaceTags(AVFormatContext& output, const AVFormatContext& input);
-void DescribeFile(AVFormatContext& output, const AVFormatContext& input, const Plan& plan);
+/// Tags of the file.
+void DescribeFile(AVFormatContext& output, const AVFormatContext& input);
 
 }  // namespace Quorva::Tool

@@ -43,6 +43,17 @@ bool Pass::Take(AVPacket& packet)
     return Write(AHEAD);
 }
 
+bool Pass::Fill(int stream, const Pause& pause)
+{
+    const auto path = paths.find(stream);
+    if (path == paths.end() || path->second->IsDone())
+        return false;
+    if (Write(AHEAD, path->second) || Interruption::IsOverdue())
+        return true;
+    path->second->Fill(pause, steps.Begin(stream));
+    return Write(AHEAD);
+}
+
 void Pass::TakeEarlier()
 {
     for (const PacketPointer& packet : earlier.Get())

@@ -26,6 +26,9 @@ struct Pass {
     /// @param packet  may be emptied
     /// @return        whether nothing more is wanted
     bool Take(AVPacket& packet);
+    /// Hands a pause to the path of its stream.
+    /// @return  whether nothing more is wanted
+    bool Fill(int stream, const Pause& pause);
     /// Writes what has come so far, and waits until no more than `ahead` packets of the input are at work,
     /// and no more of the output waits than may.
     /// @param next  also waits until this one has room; null: for nothing else

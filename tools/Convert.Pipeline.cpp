@@ -140,9 +140,11 @@ CodedPath::CodedPath(Steps& steps, std::unique_ptr<StepSink> sink, StreamDecoder
 {
 }
 
-void CodedPath::Take(AVPacket& packet, Step& step) { inputs.Push({TakenOver(packet), &step}); }
+void CodedPath::Take(AVPacket& packet, Step& step) { inputs.Push({TakenOver(packet), &step, {}}); }
 
-void CodedPath::Finish(Step& step) { inputs.Push({nullptr, &step}); }
+void CodedPath::Fill(const Pause& pause, Step& step) { inputs.Push({nullptr, &step, pause}); }
+
+void CodedPath::Finish(Step& step) { inputs.Push({nullptr, &step, {}}); }
 
 void CodedPath::DecodeAll(const std::stop_token& stop)
 {
@@ -150,7 +152,7 @@ void CodedPath::DecodeAll(const std::stop_token& stop)
         steps.Wake();  // the thread that writes may have waited for room in here
         Decoded end;
         end.step = input->step;
-        end.last = !input->packet;
+        end.last = !input->packet && !input->pause;
         // A decoded picture that waits here takes as much memory as one in the channel.
         frames.AwaitRoom(stop);
         try {
@@ -166,7 +168,7 @@ void CodedPath::DecodeAll(const std::stop_token& stop)
 
 void CodedPath::Decode(const Input& input, const std::stop_token& stop)
 {
-    decoder.Decode(input.packet.get(), [&](AVFrame& frame) {
+    const auto take = [&](AVFrame& frame) {
         Decoded decoded;
         decoded.frame.reset(av_frame_alloc());
         if (!decoded.frame)
@@ -174,7 +176,16 @@ void CodedPath::Decode(const Input& input, const std::stop_token& stop)
         av_frame_move_ref(decoded.frame.get(), &frame);
         decoded.step = input.step;
         frames.Push(std::move(decoded), stop);
-    });
+    };
+    if (!input.pause)
+        return decoder.Decode(input.packet.get(), take);
+    if (input.pause->drains && drainedFor != input.pause->last)
+        decoder.Drain(take);
+    drainedFor = input.pause->last;
+    Decoded pause;
+    pause.step = input.step;
+    pause.pause = input.pause;
+    frames.Push(std::move(pause), stop);
 }
 
 void CodedPath::RemakeAll(const std::stop_token& stop)
@@ -188,7 +199,7 @@ void CodedPath::RemakeAll(const std::stop_token& stop)
             failure = std::current_exception();
             failed = true;
         }
-        if (!decoded->frame || failure)
+        if ((!decoded->frame && !decoded->pause) || failure)
             steps.Complete(*decoded->step, stage->IsDone(), failure);
     }
 }
@@ -199,6 +210,8 @@ void CodedPath::Remake(Decoded& decoded)
     sink->Turn(*decoded.step);
     if (decoded.frame)
         return stage->Take(*decoded.frame);
+    if (decoded.pause)
+        return stage->Fill(*decoded.pause);
     if (!over) {
         damaged = decoded.damaged;
         if (decoded.failure)

@@ -129,6 +129,8 @@ public:
     /// @param packet  may be emptied
     /// @param step    completed now or later
     virtual void Take(AVPacket& packet, Step& step) = 0;
+    /// Fills a pause of the stream where the output needs it.
+    virtual void Fill(const Pause& pause, Step& step) = 0;
     /// Hands on everything that is still held.
     virtual void Finish(Step& step) = 0;
     /// Whether nothing more is wanted; a thread may find out later.
@@ -154,6 +156,7 @@ public:
         stage.Take(packet);
         steps.Complete(step, IsDone());
     }
+    void Fill(const Pause&, Step& step) override { steps.Complete(step, IsDone()); }
     void Finish(Step& step) override
     {
         sink->Turn(step);
@@ -225,6 +228,7 @@ public:
               std::unique_ptr<FrameStage> stage);
     bool HasRoom() override { return inputs.HasRoom(); }
     void Take(AVPacket& packet, Step& step) override;
+    void Fill(const Pause& pause, Step& step) override;
     void Finish(Step& step) override;
     bool IsDone() const override { return stage->IsDone(); }
     uint64_t GetDamaged() const override { return damaged; }
@@ -232,13 +236,15 @@ public:
 
 private:
     struct Input {
-        PacketPointer packet;  ///< null: the end
+        PacketPointer packet;  ///< null: a pause, or the end
         Step* step = nullptr;
+        std::optional<Pause> pause;
     };
-    /// A frame, or the end of a step.
+    /// A frame, a pause, or the end of a step.
     struct Decoded {
-        Proc::FramePtr frame;  ///< null: the end of what the step has
+        Proc::FramePtr frame;  ///< null: a pause, or the end of what the step has
         Step* step = nullptr;
+        std::optional<Pause> pause;
         bool last = false;           ///< these three at a step's end: no more steps,
         uint64_t damaged = 0;        ///< packets so far
         std::exception_ptr failure;  ///< and why decoding ended early
@@ -253,6 +259,7 @@ private:
     const std::unique_ptr<StepSink> sink;  ///< the stage's
     StreamDecoder decoder;
     const std::unique_ptr<FrameStage> stage;
+    std::optional<int64_t> drainedFor;  ///< of the first thread: Pause::last of the pause that is known
     uint64_t damaged = 0;
     bool over = false;  ///< these two of the second thread: nothing more was wanted before the step
     bool failed = false;

@@ -113,6 +113,13 @@ private:
     std::string stats;    ///< of a first pass
 };
 
+/// A pause of a stream while others go on. Times are microseconds of the input.
+struct Pause {
+    int64_t until = 0;    ///< how far the others have got
+    int64_t last = 0;     ///< the latest packet of the stream
+    bool drains = false;  ///< what the decoder holds is from before it, and nothing behind it refers to that
+};
+
 /// Whom the decoded frames of a stream go to. One thread at a time, which needn't be the input's.
 class FrameStage {
 public:
@@ -125,6 +132,9 @@ public:
     virtual ~FrameStage() = default;
     /// @param decoded  may be changed
     virtual void Take(AVFrame& decoded) = 0;
+    /// Fills a pause as far as it is known by now. Does nothing where the decoder still holds frames from
+    /// before it, or the output may have a gap: what is missing is filled when the next frame comes.
+    virtual void Fill(const Pause& pause) = 0;
     /// Encodes everything that is still held.
     virtual void Finish() = 0;
     /// Whether nothing more is wanted. From any thread.
@@ -144,6 +154,7 @@ public:
     VideoStage(const StreamPlan& plan, StreamEncoder encoder, const AVStream& source, const TimeFrame& frame,
                int threads);
     void Take(AVFrame& decoded) override;
+    void Fill(const Pause& pause) override;
     void Finish() override;
 
 private:
@@ -173,6 +184,7 @@ class AudioStage final : public FrameStage {
 public:
     AudioStage(const StreamPlan& plan, StreamEncoder encoder, const AVStream& source, const TimeFrame& frame);
     void Take(AVFrame& decoded) override;
+    void Fill(const Pause& pause) override;
     void Finish() override;
 
 private:

@@ -158,6 +158,19 @@ void VideoStage::RepeatUntil(int64_t time)
         Repeat(time);
 }
 
+void VideoStage::Fill(const Pause& pause)
+{
+    if (!plan.constantRate || done || last->width <= 0 ||
+        lastEnd <= frame.FromInput(pause.last, AV_TIME_BASE_Q))
+        return;
+    const int64_t until = frame.FromInput(pause.until, AV_TIME_BASE_Q);
+    if (plan.retimed)
+        return RepeatUntil(until);
+    const int64_t tick = Proc::global_to_stream(until, encoder.Get().time_base);
+    while (nextTick < tick && !done)
+        Repeat(until);
+}
+
 /// Encodes `last` once more.
 /// @param until  where repeating it ends; a request to stop ends the output before, where that is far off
 void VideoStage::Repeat(int64_t until)

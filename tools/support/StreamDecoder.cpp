@@ -54,6 +54,12 @@ void StreamDecoder::Decode(const AVPacket* packet, const TakeFrame& take)
     Receive(take);
 }
 
+void StreamDecoder::Drain(const TakeFrame& take)
+{
+    Decode(nullptr, take);
+    avcodec_flush_buffers(context.get());
+}
+
 void StreamDecoder::Receive(const TakeFrame& take)
 {
     // Decoders give frames after an error too; one that gives errors alone has an end all the same.

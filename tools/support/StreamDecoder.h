@@ -37,6 +37,9 @@ public:
     uint64_t GetDamaged() const { return damaged; }
     int GetFirstResult() const { return firstResult; }
 
+    /// Decodes all that the decoder holds. A key frame is to follow.
+    void Drain(const TakeFrame& take);
+
 private:
     void Receive(const TakeFrame& take);
     void Count(int result);
