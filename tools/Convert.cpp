@@ -78,6 +78,7 @@ std::pair<std::string, std::string> ParseOption(const std::string& text)
 
 ExitCode RunConvert(const ConvertOptions& options, const Program& program)
 {
+    ApplyInputOptions(options.inputOptions);
     try {
         return CarryOut(options, program.quiet) ? EXIT_ALL_WELL : EXIT_STOPPED;
     } catch (const UsageError& e) {
@@ -251,6 +252,7 @@ void AddConvert(CLI::App& app, Program& program)
     AddPicture(*command, *options);
     AddSound(*command, *options);
     AddWork(*command, *options);
+    AddInputOptions(*command, options->inputOptions, "Work");
     for (CLI::Option* option : command->get_options())
         if (option->get_name() == "--map")
             option->allow_extra_args(false);

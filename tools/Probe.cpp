@@ -1,6 +1,7 @@
 #include "tools/Probe.h"
 
 #include "tools/Command.h"
+#include "tools/InputOptions.h"
 #include "tools/support/Console.h"
 #include "tools/support/FileWalk.h"
 #include "tools/support/Progress.h"
@@ -18,6 +19,7 @@ struct ProbeOptions {
     bool count = false;
     bool json = false;
     bool table = false;
+    InputOptions input;
 };
 
 /// Reads all packets, up to where that fails.
@@ -89,6 +91,7 @@ FileReport ProbeFile(const WalkedFile& file, const ProbeOptions& options, ProbeO
 
 ExitCode RunProbe(const ProbeOptions& options, const Program& program)
 {
+    ApplyInputOptions(options.input);
     const bool details = program.verbosity > 0;
     const std::unique_ptr<ProbeOutput> output = options.json    ? MakeJsonOutput(details)
                                                 : options.table ? MakeTableOutput()
@@ -134,6 +137,7 @@ void AddProbe(CLI::App& app, Program& program)
         command->add_flag("--json", options->json, "Print one JSON document (probe.schema.json)");
     CLI::Option* table =
         command->add_flag("--table", options->table, "Print one line for each file, packets counted");
+    AddInputOptions(*command, options->input);
     packets->excludes(count)->excludes(table);
     json->excludes(table);
     command->footer(
