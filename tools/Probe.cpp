@@ -3,7 +3,9 @@
 #include "tools/Command.h"
 #include "tools/InputOptions.h"
 #include "tools/support/Console.h"
+#include "tools/support/Failure.h"
 #include "tools/support/FileWalk.h"
+#include "tools/support/Interruption.h"
 #include "tools/support/Progress.h"
 #include "tools/support/StreamDecoder.h"
 
@@ -29,8 +31,11 @@ void ReadPackets(OpenedInput& input, FileReport& report, ProbeOutput& output, bo
     PacketCount& total = report.count.emplace();
     while (true) {
         try {
-            if (!input.ReadPacket(packet.get()))
+            if (!input.ReadPacket(packet.get())) {
+                if (Interruption::IsWanted())
+                    ThrowFFmpegFailure("not read to its end", AVERROR_EXIT);
                 break;
+            }
         } catch (...) {
             report.failure = CurrentFailure(report.path);
             break;
@@ -98,10 +103,13 @@ ExitCode RunProbe(const ProbeOptions& options, const Program& program)
                                                                 : MakeTextOutput(options.packets);
     const FileWalk walk = WalkFiles(options.files);
     ExitCode code = EXIT_ALL_WELL;
+    const Interruption interruption(nullptr, Interruption::Milliseconds(1000));
     output->Begin();
     {
         Progress progress(walk.files.size(), !program.quiet);
         for (const WalkedFile& file : walk.files) {
+            if (Interruption::IsWanted())
+                break;
             progress.Begin(file.path);
             const FileReport report = ProbeFile(file, options, *output);
             output->File(report);
@@ -116,7 +124,7 @@ ExitCode RunProbe(const ProbeOptions& options, const Program& program)
     if (!program.quiet)
         for (const std::string& folder : walk.emptyFolders)
             WriteLine(folder + ": no files in this folder");
-    return code;
+    return Interruption::IsWanted() ? EXIT_STOPPED : code;
 }
 
 }  // namespace

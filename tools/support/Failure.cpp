@@ -48,6 +48,8 @@ FailureKind KindOf(int result)
         case AVERROR_PATCHWELCOME:
         case AVERROR_PROTOCOL_NOT_FOUND:
             return FailureKind::Unsupported;
+        case AVERROR_EXIT:
+            return FailureKind::Stopped;
         default:
             return FailureKind::InvalidData;
     }
@@ -109,6 +111,8 @@ std::string_view FailureKindName(FailureKind kind)
             return "invalid-data";
         case FailureKind::NoMemory:
             return "no-memory";
+        case FailureKind::Stopped:
+            return "stopped";
         case FailureKind::Internal:
             break;
     }

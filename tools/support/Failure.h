@@ -22,6 +22,7 @@ enum class FailureKind {
     Unsupported,    ///< recognised, but not read
     InvalidData,    ///< damaged
     NoMemory,
+    Stopped,   ///< by a signal
     Internal,  ///< anything else
 };
 
