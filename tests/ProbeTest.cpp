@@ -293,25 +293,6 @@ TEST(Probe, ImagesThatFFmpegWouldOpenByNameAreReadToo)
     EXPECT_EQ(file["count"]["bytes"], targa.size());
 }
 
-TEST(Probe, PlaylistsReachLocalPiecesAndNothingElse)
-{
-    const TemporaryFolder folder;
-    std::filesystem::copy_file(MadeFile("h264-aac.ts"), folder.path / "piece.ts");
-    const auto playlist = [](const std::string& entry) {
-        return "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + entry + "\n#EXT-X-ENDLIST\n";
-    };
-    const json local = Probe({folder.Put("local.m3u8", playlist("piece.ts")), "--count"}, 0)["files"][0];
-    EXPECT_EQ(local["streams"].size(), 2u);
-    EXPECT_GT(local["count"]["packets"], 20);
-    for (const char* entry : {"http://localhost:9/piece.ts", "missing.ts", "file:///dev/null"}) {
-        SCOPED_TRACE(entry);
-        const Outcome outcome =
-            RunProgram({"probe", "--json", "--count", folder.Put("other.m3u8", playlist(entry))});
-        const json other = json::parse(outcome.output)["files"][0];
-        EXPECT_TRUE(!other.contains("count") || other["count"]["packets"] == 0);
-    }
-}
-
 TEST(Probe, TableAlignsItsColumns)
 {
     const TemporaryFolder folder;

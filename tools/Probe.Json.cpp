@@ -3,6 +3,9 @@
 
 #include <fmt/format.h>
 
+#include <string_view>
+#include <unordered_set>
+
 namespace Quorva::Tool {
 
 namespace {
@@ -12,11 +15,13 @@ Json TextOrNull(const std::string& text) { return text.empty() ? Json() : Json(t
 
 Json MetadataJson(const Texts& metadata)
 {
-    Json json = Json::object();
+    // By hand, as the document's own look-up compares with every key there is.
+    Json::object_t members;
+    std::unordered_set<std::string_view> known;
     for (const auto& [key, value] : metadata)
-        if (!json.contains(key))  // the first of several, as a look-up would find
-            json[key] = value;
-    return json;
+        if (known.insert(key).second)  // the first of several, as a look-up would find
+            members.emplace_back(key, value);
+    return members;
 }
 
 Json CountJson(const PacketCount& count)

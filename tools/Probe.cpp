@@ -1,6 +1,7 @@
 #include "tools/Probe.h"
 
 #include "tools/Command.h"
+#include "tools/InputOptions.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
 #include "tools/support/FileWalk.h"
@@ -20,6 +21,7 @@ struct ProbeOptions {
     bool count = false;
     bool json = false;
     bool table = false;
+    InputOptions input;
 };
 
 /// Reads all packets, up to where that fails.
@@ -94,6 +96,7 @@ FileReport ProbeFile(const WalkedFile& file, const ProbeOptions& options, ProbeO
 
 ExitCode RunProbe(const ProbeOptions& options, const Program& program)
 {
+    ApplyInputOptions(options.input, inspectionMemory);
     const bool details = program.verbosity > 0;
     const std::unique_ptr<ProbeOutput> output = options.json    ? MakeJsonOutput(details)
                                                 : options.table ? MakeTableOutput()
@@ -142,6 +145,7 @@ void AddProbe(CLI::App& app, Program& program)
         command->add_flag("--json", options->json, "Print one JSON document (probe.schema.json)");
     CLI::Option* table =
         command->add_flag("--table", options->table, "Print one line for each file, packets counted");
+    AddInputOptions(*command, options->input, "1GiB");
     packets->excludes(count)->excludes(table);
     json->excludes(table);
     command->footer(
