@@ -12,13 +12,15 @@ constexpr int SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
 constinit std::atomic<int> wishes = 0;
 static_assert(std::atomic<int>::is_always_lock_free, "written in a signal handler");
+constinit bool keepWishes = false;
 constinit struct sigaction former[std::size(SIGNALS)] = {};
 
 }  // namespace
 
 Interruption::Interruption()
 {
-    wishes = 0;
+    if (!keepWishes)
+        wishes = 0;
     struct sigaction action{};
     action.sa_handler = [](int signal) {
         if (++wishes < 3)
@@ -43,5 +45,15 @@ Interruption::~Interruption()
 
 bool Interruption::IsWanted() noexcept { return wishes > 0; }
 bool Interruption::IsUrgent() noexcept { return wishes > 1; }
+
+void Interruption::AcceptPrivateStop() noexcept
+{
+    wishes = 0;
+    keepWishes = true;
+    struct sigaction action{};
+    action.sa_handler = [](int) { ++wishes; };
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGUSR1, &action, nullptr);
+}
 
 }  // namespace Quorva::Tool

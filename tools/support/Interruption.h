@@ -16,6 +16,10 @@ public:
     static bool IsWanted() noexcept;
     /// Whether it is to be dropped as it is: somebody asked twice.
     static bool IsUrgent() noexcept;
+
+    /// Makes SIGUSR1 such a wish too, from now on, and keeps those that come before an object lives: for
+    /// processes that get them from their parent.
+    static void AcceptPrivateStop() noexcept;
 };
 
 }  // namespace Quorva::Tool

@@ -4,6 +4,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/isolation/ReportProgress.h"
 #include "tools/support/Failure.h"
 #include "tools/support/StandardInput.h"
 
@@ -197,6 +198,7 @@ bool OpenedInput::ReadPacket(AVPacket* packet)
 {
     const int result = Proc::av_read_frame_fixed(context.get(), packet);
     if (result >= 0) {
+        ReportProgress();
         // Every packet stands for at least one byte of the input; the allowance is for tiny ones.
         if (++packets > bytes + 1024)
             ThrowEndless(packets);

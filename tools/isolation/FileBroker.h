@@ -1,0 +1,49 @@
+/// @file
+/// Opens files for workers, which can't.
+#pragma once
+
+#include "tools/isolation/ControlChannel.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace Quorva::Tool {
+
+struct BrokerOptions {
+    /// Whether further inputs may lie outside of the folder that the first input lies in.
+    bool allowOutside = false;
+    /// Further inputs of one file: pieces of playlists.
+    size_t maxInputs = 10000;
+    /// Opens standard input where "-" is the first input: gives a descriptor of its own.
+    /// @throws Quorva::Exception  with TagFailureKind
+    std::function<Descriptor()> openStandardInput;
+    /// Opens an output. It is the caller who knows which paths the command was told to write, and who puts
+    /// them in their places when the worker has succeeded; null: no outputs.
+    /// @throws Quorva::Exception  with TagFailureKind: refused, or the system refuses
+    std::function<Descriptor(const std::string& path)> openOutput;
+};
+
+/// Decides, for one task, which files its worker gets, and opens them: regular files and block devices, for
+/// reading. The worker's requests are not trusted: they come from code that has read a stranger's file.
+class FileBroker {
+public:
+    /// @param first    the file that the task is about
+    /// @param options  outlives the object
+    FileBroker(std::string first, const BrokerOptions& options);
+
+    /// Answers a worker's request, of kind Input or Output: with Opened or Refused.
+    ControlMessage Answer(const ControlMessage& request);
+
+private:
+    Descriptor OpenInput(const std::string& path);
+    Descriptor OpenFurther(const std::string& path);
+
+    const std::string first;
+    const BrokerOptions& options;
+    std::string folder;    ///< of the first input, links resolved; empty until it is opened
+    Descriptor beneath;    ///< that folder
+    size_t furtherInputs = 0;
+};
+
+}  // namespace Quorva::Tool

@@ -1,0 +1,242 @@
+// RunIsolated(): workers are forked, given files, watched and reaped here.
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/isolation/FileRun.h"
+#include "tools/isolation/Worker.h"
+#include "tools/support/Interruption.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <list>
+#include <utility>
+
+namespace Quorva::Tool {
+
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr milliseconds TICK{100};         ///< between looks at the clock and at wishes to stop
+constexpr size_t FILES_PER_JOB = 8;       ///< begun and not yet shown
+
+class Pool {
+public:
+    Pool(IsolatedWork& work, const IsolationOptions& options)
+        : work(work), options(options), sandbox(options.sandbox), jobs(std::max<size_t>(options.jobs, 1))
+    {
+    }
+
+    bool Run()
+    {
+        while (!IsFinished()) {
+            StartFiles();
+            ForkAhead();
+            Wait();
+            PassStopOn();
+            for (FileRun& run : runs)
+                run.Read();
+            ShowFiles();
+        }
+        return !Interruption::IsWanted() || next == work.GetCount();
+    }
+
+private:
+    bool IsFinished() const
+    {
+        return runs.empty() && (next == work.GetCount() || Interruption::IsWanted());
+    }
+
+    void StartFiles()
+    {
+        while (!Interruption::IsWanted() && next < work.GetCount() && CountRunning() < jobs &&
+               runs.size() < jobs * FILES_PER_JOB) {
+            if (idle.empty())
+                Fork();
+            std::unique_ptr<WorkerProcess> worker = std::move(idle.back());
+            idle.pop_back();
+            CheckStart(*worker);
+            runs.emplace_back(work, options, next++, std::move(worker));
+        }
+    }
+
+    size_t CountRunning() const
+    {
+        return static_cast<size_t>(std::ranges::count_if(runs, &FileRun::IsRunning));
+    }
+
+    /// While others work.
+    void ForkAhead()
+    {
+        if (Interruption::IsWanted())
+            idle.clear();
+        else if (options.spare)
+            while (idle.size() < std::min(jobs, work.GetCount() - next))
+                Fork();
+    }
+
+    void Fork() { idle.push_back(std::make_unique<WorkerProcess>(work, sandbox, options)); }
+
+    /// A worker that could not set itself up has said why.
+    void CheckStart(const WorkerProcess& worker)
+    {
+        const ControlMessage message = ReceiveMessage(worker.control.Get(), false, false);
+        if (message.kind == ControlMessage::Kind::Broken)
+            Proc::Details::Throw<Proc::ProcException>("a worker can't be started: {}", message.payload);
+    }
+
+    void Wait()
+    {
+        descriptors.clear();
+        for (const FileRun& run : runs)
+            run.AddTo(descriptors);
+        const auto start = Clock::now();
+        // Not examined: after a signal or a failure the workers are looked at all the same.
+        poll(descriptors.data(), descriptors.size(), static_cast<int>(TICK.count()));
+        const auto elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - start + remainder);
+        remainder = Clock::now() - start + remainder - elapsed;
+        // Waiting for our own output, or a stop by Ctrl-Z, is not the workers' time.
+        for (FileRun& run : runs)
+            run.Watch(std::min(elapsed, 2 * TICK));
+    }
+
+    void PassStopOn()
+    {
+        const int wishes = Interruption::IsWanted() + Interruption::IsUrgent();
+        const bool late = wishes > 1 && Clock::now() >= deadline;
+        if (wishes == passedOn && !late)
+            return;
+        if (wishes > 1 && passedOn < 2)
+            deadline = Clock::now() + options.grace;
+        for (; passedOn < wishes; ++passedOn)
+            for (FileRun& run : runs)
+                run.Stop(!options.finishOnStop);
+        if (late)
+            for (FileRun& run : runs)
+                run.Stop(true);
+    }
+
+    /// Shows the file whose turn it is, and those that end behind it.
+    void ShowFiles()
+    {
+        while (!runs.empty()) {
+            ChooseTurn();
+            FileRun& run = runs.front();
+            run.Show();
+            if (run.IsRunning())
+                return;
+            work.Done(run.GetIndex(), run.GetResult());
+            runs.pop_front();
+            shown = false;
+        }
+    }
+
+    /// Puts a file that has ended first, where order doesn't matter and none is half shown.
+    void ChooseTurn()
+    {
+        if (!std::exchange(shown, true) && !options.ordered)
+            if (const auto ended = std::ranges::find_if_not(runs, &FileRun::IsRunning); ended != runs.end())
+                runs.splice(runs.begin(), runs, ended);
+    }
+
+    IsolatedWork& work;
+    const IsolationOptions& options;
+    const Sandbox sandbox;
+    const size_t jobs;
+    const Interruption interruption;
+    size_t next = 0;                                    ///< file to begin
+    std::vector<std::unique_ptr<WorkerProcess>> idle;   ///< without a file yet
+    std::list<FileRun> runs;                            ///< begun and not yet shown to their ends
+    bool shown = false;                                 ///< some of the first one is
+    std::vector<pollfd> descriptors;
+    Clock::duration remainder{};                        ///< of the time that was counted, below a millisecond
+    int passedOn = 0;                                   ///< wishes to stop
+    Clock::time_point deadline = Clock::time_point::max();
+};
+
+/// Answers requests in the process that makes them.
+class LocalLink final : public Details::WorkerLink {
+public:
+    LocalLink(IsolatedWork& work, const IsolationOptions& options, size_t index)
+        : work(work),
+          index(index),
+          brokerOptions{options.allowOutside, BrokerOptions().maxInputs,
+                        [this] { return this->work.OpenStandardInput(this->index); },
+                        [this](const std::string& path) { return this->work.OpenOutput(this->index, path); }},
+          broker(work.GetPath(index), brokerOptions)
+    {
+    }
+
+    ControlMessage Ask(ControlMessage request) override { return broker.Answer(request); }
+    void Send(ControlMessage message) override { work.Record(index, message.payload); }
+
+private:
+    IsolatedWork& work;
+    const size_t index;
+    const BrokerOptions brokerOptions;
+    FileBroker broker;
+};
+
+FileResult RunHere(IsolatedWork& work, const IsolationOptions& options, size_t index)
+{
+    FileResult result;
+    LocalLink link(work, options, index);
+    const Details::LinkInUse inUse(link);
+    try {
+        result.code = work.Process(index);
+    } catch (...) {
+        const std::string path = work.GetPath(index);
+        PrintFailure(path, CurrentFailure(path), false);
+        result.code = 1;
+    }
+    return result;
+}
+
+uint64_t NumberIn(const char* path)
+{
+    uint64_t number = 0;
+    std::ifstream(path) >> number;  // "max" and a missing file leave 0
+    return number;
+}
+
+}  // namespace
+
+Descriptor IsolatedWork::OpenOutput(size_t, const std::string& path)
+{
+    Proc::Details::Raise(Core::IOException()
+                         << TagDescription(fmt::format("'{}' is not to be written", path))
+                         << TagFailureKind(FailureKind::Unwritable));
+}
+
+Descriptor IsolatedWork::OpenStandardInput(size_t)
+{
+    Proc::Details::Raise(Core::IOException() << TagDescription("standard input is not read")
+                                             << TagFailureKind(FailureKind::Unreadable));
+}
+
+uint64_t ShareOfMemory(size_t jobs)
+{
+    uint64_t memory =
+        static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    if (const uint64_t group = NumberIn("/sys/fs/cgroup/memory.max"); group > 0)
+        memory = std::min(memory, group);
+    return memory / 4 * 3 / std::max<size_t>(jobs, 1);
+}
+
+bool RunIsolated(IsolatedWork& work, const IsolationOptions& options)
+{
+    if (options.isolate)
+        return Pool(work, options).Run();
+    const size_t count = work.GetCount();
+    for (size_t index = 0; index < count; ++index) {
+        work.Begin(index);
+        work.Done(index, RunHere(work, options, index));
+        if (Interruption::IsWanted())
+            return false;
+    }
+    return true;
+}
+
+}  // namespace Quorva::Tool
