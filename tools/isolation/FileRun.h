@@ -35,6 +35,8 @@ public:
     void AddTo(std::vector<pollfd>& descriptors) const;
     /// Reads what there is, answers requests, and notices the end.
     void Read();
+    /// Whether there is something to show.
+    bool IsWaiting() const noexcept { return !pieces.empty(); }
     /// Shows all that is waiting.
     void Show();
 

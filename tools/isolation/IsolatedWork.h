@@ -51,7 +51,8 @@ public:
     virtual std::string GetPath(size_t index) const = 0;
 
     /// In a worker: works on one file. Files are opened by OpenInput() and OpenOutput(); what is printed
-    /// appears when it is the file's turn. Exceptions are printed, and make code 1.
+    /// appears when it is the file's turn. Exceptions are printed, and make code 1. A wish to stop shows in
+    /// Interruption::IsWanted(); RunIsolated() has the Interruption, and there must be no other.
     virtual int Process(size_t index) = 0;
 
     /// In the parent: the file's output begins.

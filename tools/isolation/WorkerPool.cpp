@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <fstream>
 #include <list>
+#include <optional>
 #include <utility>
 
 namespace Quorva::Tool {
@@ -122,7 +123,8 @@ private:
     void ShowFiles()
     {
         while (!runs.empty()) {
-            ChooseTurn();
+            if (!ChooseTurn())
+                return;
             FileRun& run = runs.front();
             run.Show();
             if (run.IsRunning())
@@ -133,12 +135,19 @@ private:
         }
     }
 
-    /// Puts a file that has ended first, where order doesn't matter and none is half shown.
-    void ChooseTurn()
+    /// Where order doesn't matter and no file is half shown, puts one first that has ended, or else one that
+    /// has something to show. Returns whether there is one.
+    bool ChooseTurn()
     {
-        if (!std::exchange(shown, true) && !options.ordered)
-            if (const auto ended = std::ranges::find_if_not(runs, &FileRun::IsRunning); ended != runs.end())
-                runs.splice(runs.begin(), runs, ended);
+        if (shown || options.ordered)
+            return true;
+        auto chosen = std::ranges::find_if_not(runs, &FileRun::IsRunning);
+        if (chosen == runs.end())
+            chosen = std::ranges::find_if(runs, &FileRun::IsWaiting);
+        if (chosen == runs.end())
+            return false;
+        runs.splice(runs.begin(), runs, chosen);
+        return shown = true;
     }
 
     IsolatedWork& work;
@@ -229,11 +238,14 @@ bool RunIsolated(IsolatedWork& work, const IsolationOptions& options)
 {
     if (options.isolate)
         return Pool(work, options).Run();
+    std::optional<Interruption> interruption;
+    if (options.finishOnStop)
+        interruption.emplace();
     const size_t count = work.GetCount();
     for (size_t index = 0; index < count; ++index) {
         work.Begin(index);
         work.Done(index, RunHere(work, options, index));
-        if (Interruption::IsWanted())
+        if (interruption && Interruption::IsWanted())
             return false;
     }
     return true;
