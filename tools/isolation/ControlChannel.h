@@ -32,15 +32,15 @@ private:
 
 struct ControlMessage {
     enum class Kind : char {
-        None = 0,  ///< nothing came: the other side is gone, or, where waiting isn't wanted, not yet
-        Task = 'T',    ///< parent: number and path of a file
-        Opened = 'O',  ///< parent: a descriptor
-        Refused = 'E', ///< parent: one byte FailureKind, and the reason
-        Input = 'I',   ///< worker: a path to read
-        Output = 'W',  ///< worker: a path to write
-        Record = 'R',  ///< worker: bytes for the caller
-        Done = 'X',    ///< worker: the file's exit code
-        Broken = '?',  ///< what came is no message
+        None = 0,       ///< nothing came: the other side is gone, or, where waiting isn't wanted, not yet
+        Task = 'T',     ///< parent: number and path of a file
+        Opened = 'O',   ///< parent: a descriptor
+        Refused = 'E',  ///< parent: one byte FailureKind, and the reason
+        Input = 'I',    ///< worker: a path to read
+        Output = 'W',   ///< worker: a path to write
+        Record = 'R',   ///< worker: bytes for the caller
+        Done = 'X',     ///< worker: the file's exit code
+        Broken = '?',   ///< what came is no message
     };
 
     static constexpr size_t MAX_SIZE = 65536;  ///< bytes of a payload

@@ -27,7 +27,8 @@ std::string ReasonOf(int error) { return std::system_category().message(error); 
 /// What both directions have in common: a descriptor, its name, and a position of one's own.
 class Position {
 public:
-    Position(Descriptor descriptor, std::string name) : descriptor(std::move(descriptor)), name(std::move(name))
+    Position(Descriptor descriptor, std::string name)
+        : descriptor(std::move(descriptor)), name(std::move(name))
     {
     }
 

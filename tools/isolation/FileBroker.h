@@ -41,8 +41,8 @@ private:
 
     const std::string first;
     const BrokerOptions& options;
-    std::string folder;    ///< of the first input, links resolved; empty until it is opened
-    Descriptor beneath;    ///< that folder
+    std::string folder;  ///< of the first input, links resolved; empty until it is opened
+    Descriptor beneath;  ///< that folder
     size_t furtherInputs = 0;
 };
 

@@ -25,8 +25,8 @@ constexpr size_t MAX_LINE = 4096;  ///< bytes of a line on standard error; longe
 
 /// What libraries say before they abort. Forged, it only gives a crash another name.
 constexpr std::string_view ALLOCATION_FAILURES[] = {"failed to allocate", "memory allocation of",
-                                                    "out of memory", "cannot allocate memory",
-                                                    "std::bad_alloc", "allocation failed"};
+                                                    "out of memory",      "cannot allocate memory",
+                                                    "std::bad_alloc",     "allocation failed"};
 
 bool SpeaksOfMemory(std::string_view line)
 {

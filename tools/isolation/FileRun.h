@@ -74,11 +74,11 @@ private:
     std::string errorLine;
     uint64_t progress = 0;
     std::chrono::milliseconds idle{0};
-    bool begun = false;     ///< to be shown
-    bool done = false;      ///< the worker said so
-    bool broken = false;    ///< it sent what no worker sends
+    bool begun = false;   ///< to be shown
+    bool done = false;    ///< the worker said so
+    bool broken = false;  ///< it sent what no worker sends
     bool timedOut = false;
-    bool killed = false;    ///< to stop
+    bool killed = false;      ///< to stop
     bool allocating = false;  ///< its last words are of memory
 };
 

@@ -9,7 +9,7 @@ namespace Quorva::Tool {
 
 /// A page that worker and parent both map. The parent believes nothing of it but that a change is a change.
 struct WorkerState {
-    std::atomic<uint64_t> progress;   ///< grows with every step; a worker whose count stands still hangs
+    std::atomic<uint64_t> progress;     ///< grows with every step; a worker whose count stands still hangs
     std::atomic<uint32_t> outOfMemory;  ///< not 0: the last thing that failed was an allocation
 };
 static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free,

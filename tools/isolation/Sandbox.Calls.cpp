@@ -39,10 +39,10 @@ constexpr const char* ALLOWED[] = {
     "pkey_mprotect",
     // threads
     "futex", "futex_time64", "futex_waitv", "set_robust_list", "get_robust_list", "rseq", "exit",
-    "exit_group", "sched_yield", "sched_getaffinity", "sched_setaffinity", "sched_getparam",
-    "sched_setparam", "sched_getscheduler", "sched_setscheduler", "sched_get_priority_max",
-    "sched_get_priority_min", "sched_getattr", "sched_setattr", "getpriority", "setpriority",
-    "set_tid_address", "gettid", "getcpu", "arch_prctl", "set_thread_area",
+    "exit_group", "sched_yield", "sched_getaffinity", "sched_setaffinity", "sched_getparam", "sched_setparam",
+    "sched_getscheduler", "sched_setscheduler", "sched_get_priority_max", "sched_get_priority_min",
+    "sched_getattr", "sched_setattr", "getpriority", "setpriority", "set_tid_address", "gettid", "getcpu",
+    "arch_prctl", "set_thread_area",
     // signals to the process itself
     "rt_sigaction", "rt_sigprocmask", "rt_sigreturn", "sigreturn", "rt_sigpending", "rt_sigtimedwait",
     "rt_sigsuspend", "sigaltstack", "restart_syscall", "pause",
@@ -54,18 +54,56 @@ constexpr const char* ALLOWED[] = {
     "getgid", "getegid", "getresuid", "getresgid", "getgroups", "capget"};
 
 /// Allowed only where folders are writable; Landlock limits them to these.
-constexpr const char* WRITING[] = {"open",      "openat",   "creat",    "unlink",   "unlinkat", "rename",
-                                   "renameat",  "renameat2", "mkdir",   "mkdirat",  "rmdir",    "truncate",
-                                   "truncate64", "chmod",    "fchmod",  "fchmodat", "utimensat"};
+constexpr const char* WRITING[] = {"open",       "openat",    "creat",  "unlink",   "unlinkat", "rename",
+                                   "renameat",   "renameat2", "mkdir",  "mkdirat",  "rmdir",    "truncate",
+                                   "truncate64", "chmod",     "fchmod", "fchmodat", "utimensat"};
 
 /// Fail with EPERM instead of ENOSYS, so that messages give the reason.
-constexpr const char* REFUSED[] = {
-    "socket", "socketpair", "connect", "bind", "listen", "accept", "accept4", "execve", "execveat", "fork",
-    "vfork", "ptrace", "process_vm_readv", "process_vm_writev", "mount", "umount2", "unshare", "setns",
-    "chroot", "pivot_root", "setuid", "setgid", "chown", "fchown", "fchownat", "tkill",
-    "rt_sigqueueinfo", "rt_tgsigqueueinfo", "pidfd_open", "pidfd_send_signal", "pidfd_getfd", "bpf",
-    "perf_event_open", "keyctl", "add_key", "request_key", "open_by_handle_at", "userfaultfd", "setrlimit",
-    "link", "linkat", "symlink", "symlinkat", "mknod", "mknodat"};
+constexpr const char* REFUSED[] = {"socket",
+                                   "socketpair",
+                                   "connect",
+                                   "bind",
+                                   "listen",
+                                   "accept",
+                                   "accept4",
+                                   "execve",
+                                   "execveat",
+                                   "fork",
+                                   "vfork",
+                                   "ptrace",
+                                   "process_vm_readv",
+                                   "process_vm_writev",
+                                   "mount",
+                                   "umount2",
+                                   "unshare",
+                                   "setns",
+                                   "chroot",
+                                   "pivot_root",
+                                   "setuid",
+                                   "setgid",
+                                   "chown",
+                                   "fchown",
+                                   "fchownat",
+                                   "tkill",
+                                   "rt_sigqueueinfo",
+                                   "rt_tgsigqueueinfo",
+                                   "pidfd_open",
+                                   "pidfd_send_signal",
+                                   "pidfd_getfd",
+                                   "bpf",
+                                   "perf_event_open",
+                                   "keyctl",
+                                   "add_key",
+                                   "request_key",
+                                   "open_by_handle_at",
+                                   "userfaultfd",
+                                   "setrlimit",
+                                   "link",
+                                   "linkat",
+                                   "symlink",
+                                   "symlinkat",
+                                   "mknod",
+                                   "mknodat"};
 
 /// A call that is allowed with such an argument; with others it gives ENOSYS.
 struct Limited {
@@ -83,20 +121,20 @@ constexpr scmp_arg_cmp Masked(unsigned argument, uint64_t mask, uint64_t value)
 constexpr uint64_t OPEN_CHANGES = O_ACCMODE | O_CREAT | O_TRUNC | (O_TMPFILE & ~O_DIRECTORY);
 
 constexpr Limited LIMITED[] = {
-    {"clone",     Masked(0, CLONE_THREAD, CLONE_THREAD)},
-    {"kill",      Is(0, PROCESS_PLACEHOLDER)           },
-    {"tgkill",    Is(0, PROCESS_PLACEHOLDER)           },
-    {"prlimit64", Is(2, 0)                             }, // no new limits: reading only
-    {"prctl",     Is(0, PR_SET_NAME)                   },
-    {"prctl",     Is(0, PR_GET_NAME)                   },
-    {"prctl",     Is(0, PR_GET_DUMPABLE)               },
-    {"prctl",     Is(0, PR_CAPBSET_READ)               },
-    {"prctl",     Is(0, 0x53564d41)                    }, // PR_SET_VMA: names for memory
-    {"ioctl",     Is(1, TCGETS)                        }, // isatty()
-    {"ioctl",     Is(1, TIOCGWINSZ)                    },
-    {"ioctl",     Is(1, FIONREAD)                      },
-    {"ioctl",     Is(1, FIONBIO)                       },
-    {"ioctl",     Is(1, FIOCLEX)                       },
+    {"clone", Masked(0, CLONE_THREAD, CLONE_THREAD)},
+    {"kill", Is(0, PROCESS_PLACEHOLDER)},
+    {"tgkill", Is(0, PROCESS_PLACEHOLDER)},
+    {"prlimit64", Is(2, 0)}, // no new limits: reading only
+    {"prctl", Is(0, PR_SET_NAME)},
+    {"prctl", Is(0, PR_GET_NAME)},
+    {"prctl", Is(0, PR_GET_DUMPABLE)},
+    {"prctl", Is(0, PR_CAPBSET_READ)},
+    {"prctl", Is(0, 0x53564d41)}, // PR_SET_VMA: names for memory
+    {"ioctl", Is(1, TCGETS)}, // isatty()
+    {"ioctl", Is(1, TIOCGWINSZ)},
+    {"ioctl", Is(1, FIONREAD)},
+    {"ioctl", Is(1, FIONBIO)},
+    {"ioctl", Is(1, FIOCLEX)},
 };
 
 constexpr Limited READING[] = {

@@ -4,9 +4,9 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <link.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -61,42 +61,42 @@ constexpr struct {
     const char* path;
     uint64_t access;
 } USUAL[] = {
-    {"/usr/lib",                     READ                  }, // shared libraries, character sets, plug-ins
-    {"/lib",                         READ                  },
-    {"/lib64",                       READ                  },
-    {"/usr/local/lib",               READ                  },
-    {"/etc/ld.so.cache",             READ                  },
-    {"/usr/share/fonts",             READ                  },
-    {"/usr/local/share/fonts",       READ                  },
-    {"/usr/share/fontconfig",        READ                  },
-    {"/var/cache/fontconfig",        READ                  },
-    {"/etc/fonts",                   READ                  },
-    {"/usr/share/mime",              READ                  },
-    {"/usr/share/locale",            READ                  },
-    {"/usr/share/zoneinfo",          READ                  },
-    {"/etc/localtime",               READ                  },
-    {"/dev/null",                    READ_FILE | WRITE_FILE},
-    {"/dev/zero",                    READ                  },
-    {"/dev/urandom",                 READ                  },
-    {"/proc/cpuinfo",                READ                  }, // encoders choose their code and threads by it
-    {"/proc/meminfo",                READ                  },
-    {"/proc/filesystems",            READ                  },
-    {"/proc/sys/vm",                 READ                  },
-    {"/sys/devices/system/cpu",      READ                  },
-    {"/sys/devices/system/node",     READ                  },
-    {"/sys/kernel/mm/transparent_hugepage", READ           },
+    {"/usr/lib",                            READ}, // shared libraries, character sets, plug-ins
+    {"/lib",                                READ},
+    {"/lib64",                              READ},
+    {"/usr/local/lib",                      READ},
+    {"/etc/ld.so.cache",                    READ},
+    {"/usr/share/fonts",                    READ},
+    {"/usr/local/share/fonts",              READ},
+    {"/usr/share/fontconfig",               READ},
+    {"/var/cache/fontconfig",               READ},
+    {"/etc/fonts",                          READ},
+    {"/usr/share/mime",                     READ},
+    {"/usr/share/locale",                   READ},
+    {"/usr/share/zoneinfo",                 READ},
+    {"/etc/localtime",                      READ},
+    {"/dev/null",                           READ},
+    {"/dev/zero",                           READ},
+    {"/dev/urandom",                        READ},
+    {"/proc/cpuinfo",                       READ}, // encoders choose their code and threads by it
+    {"/proc/meminfo",                       READ},
+    {"/proc/filesystems",                   READ},
+    {"/proc/sys/vm",                        READ},
+    {"/sys/devices/system/cpu",             READ},
+    {"/sys/devices/system/node",            READ},
+    {"/sys/kernel/mm/transparent_hugepage", READ},
 };
 
 constexpr struct {
     const char* path;
     uint64_t access;
 } FOR_DEVICES[] = {
-    {"/dev",       USE_DEVICE},
-    {"/sys",       READ      },
-    {"/proc",      READ      },
-    {"/usr",       READ      },
-    {"/etc/OpenCL", READ     },
-    {"/etc/vulkan", READ     },
+    {"/dev",        USE_DEVICE},
+    {"/sys",        READ      },
+    {"/proc",       READ      },
+    {"/usr",        READ      },
+    {"/etc/OpenCL", READ      },
+    {"/etc/vulkan", READ      },
 };
 
 [[noreturn]] void ThrowRefusal(const char* what)
@@ -130,11 +130,11 @@ SandboxAbilities GetSandboxAbilities()
         int version;
         const char* text;
     } steps[] = {
-        {1, "reading other files (Landlock)"                      },
-        {3, "truncating files (Landlock ABI 3)"                   },
-        {4, "TCP connections (Landlock ABI 4)"                    },
-        {5, "control calls to devices (Landlock ABI 5)"           },
-        {6, "signals and abstract sockets (Landlock ABI 6)"       },
+        {1, "reading other files (Landlock)"               },
+        {3, "truncating files (Landlock ABI 3)"            },
+        {4, "TCP connections (Landlock ABI 4)"             },
+        {5, "control calls to devices (Landlock ABI 5)"    },
+        {6, "signals and abstract sockets (Landlock ABI 6)"},
     };
     for (const auto& step : steps)
         if (abilities.landlock < step.version && (step.version < 3 || !abilities.seccomp))
@@ -185,8 +185,10 @@ void Sandbox::AddPlace(const char* path, uint64_t access)
 void Sandbox::AddOwnFiles()
 {
     const auto add = [](dl_phdr_info* object, size_t, void* sandbox) {
-        const char* const path = *object->dlpi_name ? object->dlpi_name : "/proc/self/exe";
-        static_cast<Sandbox*>(sandbox)->AddPlace(path, READ);
+        const std::string_view path = *object->dlpi_name ? object->dlpi_name : "/proc/self/exe";
+        // These folders have rules; hundreds more would cost every process milliseconds.
+        if (!path.starts_with("/usr/lib/") && !path.starts_with("/lib/") && !path.starts_with("/lib64/"))
+            static_cast<Sandbox*>(sandbox)->AddPlace(path.data(), READ);
         return 0;
     };
     dl_iterate_phdr(add, this);

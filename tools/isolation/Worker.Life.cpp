@@ -1,7 +1,7 @@
 // A worker's process: signals, limits, sandbox, one file.
+#include "tools/isolation/Worker.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
-#include "tools/isolation/Worker.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 
@@ -26,10 +26,10 @@ namespace Quorva::Tool::Details {
 
 namespace {
 
-constexpr int CONTROL = 3;                      ///< descriptor, behind the standard ones
+constexpr int CONTROL = 3;  ///< descriptor, behind the standard ones
 constexpr rlim_t MAX_DESCRIPTORS = 256;
-constexpr size_t STACK = 2 * 1024 * 1024;       ///< bytes for each thread; the usual 8 MiB count as memory
-constexpr uintptr_t NULL_PAGES = 65536;         ///< addresses that a null pointer with an offset leads to
+constexpr size_t STACK = 2 * 1024 * 1024;  ///< bytes for each thread; the usual 8 MiB count as memory
+constexpr uintptr_t NULL_PAGES = 65536;    ///< addresses that a null pointer with an offset leads to
 constinit std::terminate_handler formerTerminate = nullptr;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -81,8 +81,8 @@ void ArrangeDescriptors(const WorkerStart& start)
 void OnCrash(int signal, siginfo_t* info, void*)
 {
     // A failed allocation leaves its error number behind, and who does not look uses the null pointer.
-    const bool ofNull = (signal != SIGSEGV && signal != SIGBUS) ||
-                        reinterpret_cast<uintptr_t>(info->si_addr) < NULL_PAGES;
+    const bool ofNull =
+        (signal != SIGSEGV && signal != SIGBUS) || reinterpret_cast<uintptr_t>(info->si_addr) < NULL_PAGES;
     if (errno == ENOMEM && ofNull)
         workerState->outOfMemory = 1;
     std::raise(signal);  // by its default action

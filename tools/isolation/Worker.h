@@ -26,7 +26,8 @@ Descriptor RequestOutput(const std::string& path);
 /// RequestOutput(), as a stream.
 boost::intrusive_ptr<Core::IDataOutput> OpenOutput(const std::string& path);
 
-/// Hands bytes, at most ControlMessage::MAX_SIZE, to IsolatedWork::Record(). Outside of Process() they are lost.
+/// Hands bytes, at most ControlMessage::MAX_SIZE, to IsolatedWork::Record(). Outside of Process() they are
+/// lost.
 /// @throws Core::IOException  too many bytes, or the parent is gone
 void SendRecord(std::string_view bytes);
 

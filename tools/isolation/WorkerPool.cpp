@@ -20,8 +20,8 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr milliseconds TICK{100};         ///< between looks at the clock and at wishes to stop
-constexpr size_t FILES_PER_JOB = 8;       ///< begun and not yet shown
+constexpr milliseconds TICK{100};    ///< between looks at the clock and at wishes to stop
+constexpr size_t FILES_PER_JOB = 8;  ///< begun and not yet shown
 
 class Pool {
 public:
@@ -45,10 +45,7 @@ public:
     }
 
 private:
-    bool IsFinished() const
-    {
-        return runs.empty() && (next == work.GetCount() || Interruption::IsWanted());
-    }
+    bool IsFinished() const { return runs.empty() && (next == work.GetCount() || Interruption::IsWanted()); }
 
     void StartFiles()
     {
@@ -155,13 +152,13 @@ private:
     const Sandbox sandbox;
     const size_t jobs;
     const Interruption interruption;
-    size_t next = 0;                                    ///< file to begin
-    std::vector<std::unique_ptr<WorkerProcess>> idle;   ///< without a file yet
-    std::list<FileRun> runs;                            ///< begun and not yet shown to their ends
-    bool shown = false;                                 ///< some of the first one is
+    size_t next = 0;                                   ///< file to begin
+    std::vector<std::unique_ptr<WorkerProcess>> idle;  ///< without a file yet
+    std::list<FileRun> runs;                           ///< begun and not yet shown to their ends
+    bool shown = false;                                ///< some of the first one is
     std::vector<pollfd> descriptors;
-    Clock::duration remainder{};                        ///< of the time that was counted, below a millisecond
-    int passedOn = 0;                                   ///< wishes to stop
+    Clock::duration remainder{};  ///< of the time that was counted, below a millisecond
+    int passedOn = 0;             ///< wishes to stop
     Clock::time_point deadline = Clock::time_point::max();
 };
 
@@ -214,9 +211,8 @@ uint64_t NumberIn(const char* path)
 
 Descriptor IsolatedWork::OpenOutput(size_t, const std::string& path)
 {
-    Proc::Details::Raise(Core::IOException()
-                         << TagDescription(fmt::format("'{}' is not to be written", path))
-                         << TagFailureKind(FailureKind::Unwritable));
+    Proc::Details::Raise(Core::IOException() << TagDescription(fmt::format("'{}' is not to be written", path))
+                                             << TagFailureKind(FailureKind::Unwritable));
 }
 
 Descriptor IsolatedWork::OpenStandardInput(size_t)

@@ -16,8 +16,8 @@ namespace Quorva::Tool {
 
 /// How a worker ended.
 struct WorkerEnd {
-    int status = 0;        ///< as waitpid() has it
-    uint64_t memory = 0;   ///< its largest resident size, bytes
+    int status = 0;       ///< as waitpid() has it
+    uint64_t memory = 0;  ///< its largest resident size, bytes
     bool outOfMemory = false;
 };
 

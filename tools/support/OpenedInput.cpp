@@ -5,10 +5,12 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tools/isolation/ReportProgress.h"
+#include "tools/isolation/Worker.h"
 #include "tools/support/Failure.h"
 #include "tools/support/StandardInput.h"
 
 #include <fmt/format.h>
+#include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -74,8 +76,10 @@ private:
 boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
 {
     try {
-        return Core::DataInputFile::Create(ioPath(path));
+        return OpenInput(path);
     } catch (Core::IOException& e) {
+        if (boost::get_error_info<TagFailureKind>(e))  // from a worker's parent, who can look
+            throw;
         std::error_code error;
         const bool found = std::filesystem::exists(path, error) || error;
         e << TagFailureKind(found ? FailureKind::Unreadable : FailureKind::NotFound);
