@@ -322,6 +322,21 @@ TEST(Workers, FilesComeFromTheParent)
         }
 }
 
+TEST(Workers, InputsAreCounted)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.Put("file", "content");
+    BrokerOptions options;
+    options.maxInputs = 2;
+    FileBroker broker(path, options);
+    ControlMessage request;
+    request.kind = ControlMessage::Kind::Input;
+    request.payload = path;
+    for (const auto kind : {ControlMessage::Kind::Opened, ControlMessage::Kind::Opened,
+                            ControlMessage::Kind::Opened, ControlMessage::Kind::Refused})
+        EXPECT_EQ(broker.Answer(request).kind, kind);
+}
+
 TEST(Workers, OutputsAreThoseThatTheParentOpens)
 {
     const TemporaryFolder folder;

@@ -99,6 +99,8 @@ ControlMessage FileBroker::Answer(const ControlMessage& request)
 
 Descriptor FileBroker::OpenInput(const std::string& path)
 {
+    if (inputs++ > options.maxInputs)
+        ThrowInput(path, fmt::format("more than {} further files", options.maxInputs), FailureKind::Unreadable);
     if (path != first)
         return OpenFurther(path);
     if (path == "-" && options.openStandardInput)
@@ -114,9 +116,6 @@ Descriptor FileBroker::OpenInput(const std::string& path)
 
 Descriptor FileBroker::OpenFurther(const std::string& path)
 {
-    if (furtherInputs++ >= options.maxInputs)
-        ThrowInput(path, fmt::format("more than {} further files", options.maxInputs),
-                   FailureKind::Unreadable);
     if (options.allowOutside)
         return Checked(path, open(path.c_str(), FLAGS));
     const std::string relative = folder.empty() ? std::string() : Below(folder, path);

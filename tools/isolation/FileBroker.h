@@ -13,7 +13,7 @@ namespace Quorva::Tool {
 struct BrokerOptions {
     /// Whether further inputs may lie outside of the folder that the first input lies in.
     bool allowOutside = false;
-    /// Further inputs of one file: pieces of playlists.
+    /// Inputs of one file after its first: pieces of playlists, opened again or not.
     size_t maxInputs = 10000;
     /// Opens standard input where "-" is the first input: gives a descriptor of its own.
     /// @throws Quorva::Exception  with TagFailureKind
@@ -43,7 +43,7 @@ private:
     const BrokerOptions& options;
     std::string folder;  ///< of the first input, links resolved; empty until it is opened
     Descriptor beneath;  ///< that folder
-    size_t furtherInputs = 0;
+    size_t inputs = 0;       ///< asked for
 };
 
 }  // namespace Quorva::Tool
