@@ -127,7 +127,8 @@ TEST(Workers, UnorderedResultsAreNotHeldUp)
 
 int EatMemory(size_t)
 {
-    for (std::vector<std::unique_ptr<char[]>> all;; all.push_back(std::make_unique_for_overwrite<char[]>(1 << 20))) {
+    for (std::vector<std::unique_ptr<char[]>> all;;
+         all.push_back(std::make_unique_for_overwrite<char[]>(1 << 20))) {
     }
 }
 
@@ -154,17 +155,40 @@ TEST(Workers, EachEndHasItsKind)
         const char* message;
         bool sanitizers;  ///< whether it ends so below them
     } rows[] = {
-        {"null", [](size_t) { *static_cast<volatile int*>(nullptr) = 1; return 0; }, FailureKind::Crashed, "SIGSEGV, signal 11", false},
-        {"abort", [](size_t) -> int { std::abort(); }, FailureKind::Crashed, "SIGABRT, signal 6", true},
-        {"exit", [](size_t) -> int { _exit(3); }, FailureKind::Crashed, "exit code 3", true},
-        {"throws", [](size_t) -> int { std::terminate(); }, FailureKind::Crashed, "SIGABRT", true},
-        {"spins", [](size_t) -> int { for (volatile unsigned i = 0;;) i = i + 1; }, FailureKind::Timeout, "0.5 seconds", true},
-        {"sleeps", [](size_t) -> int { for (;;) pause(); }, FailureKind::Timeout, "no progress", true},
-        {"eats", [](size_t i) { return []() noexcept { return EatMemory(0); }() + static_cast<int>(i); }, FailureKind::Memory, "128 MiB that --max-memory allows", false},
-        {"null of malloc", UseFailedAllocation, FailureKind::Memory, "128 MiB", false},
-        {"crash after malloc", CrashAfterFailedAllocation, FailureKind::Crashed, "SIGSEGV", false},
-        {"says so", [](size_t) -> int { std::fputs("memory allocation of 99 bytes failed\n", stderr); std::abort(); }, FailureKind::Memory, "128 MiB", true},
-        {"no protocol", [](size_t) { (void)!write(3, "what", 4); for (;;) pause(); return 0; }, FailureKind::Crashed, "out of control", true},
+        {"null",
+         [](size_t) {
+             *static_cast<volatile int*>(nullptr) = 1;
+             return 0;
+         },                                                                                                             FailureKind::Crashed, "SIGSEGV, signal 11",               false},
+        {"abort",              [](size_t) -> int { std::abort(); },                                                     FailureKind::Crashed, "SIGABRT, signal 6",                true },
+        {"exit",               [](size_t) -> int { _exit(3); },                                                         FailureKind::Crashed, "exit code 3",                      true },
+        {"throws",             [](size_t) -> int { std::terminate(); },                                                 FailureKind::Crashed, "SIGABRT",                          true },
+        {"spins",
+         [](size_t) -> int {
+             for (volatile unsigned i = 0;;)
+                 i = i + 1;
+         },                                                                                                             FailureKind::Timeout, "0.5 seconds",                      true },
+        {"sleeps",
+         [](size_t) -> int {
+             for (;;)
+                 pause();
+         },                                                                                                             FailureKind::Timeout, "no progress",                      true },
+        {"eats",               [](size_t i) { return []() noexcept { return EatMemory(0); }() + static_cast<int>(i); },
+         FailureKind::Memory,                                                                                                                 "128 MiB that --max-memory allows", false},
+        {"null of malloc",     UseFailedAllocation,                                                                     FailureKind::Memory,  "128 MiB",                          false},
+        {"crash after malloc", CrashAfterFailedAllocation,                                                              FailureKind::Crashed, "SIGSEGV",                          false},
+        {"says so",
+         [](size_t) -> int {
+             std::fputs("memory allocation of 99 bytes failed\n", stderr);
+             std::abort();
+         },                                                                                                             FailureKind::Memory,  "128 MiB",                          true },
+        {"no protocol",
+         [](size_t) {
+             (void)!write(3, "what", 4);
+             for (;;)
+                 pause();
+             return 0;
+         },                                                                                                             FailureKind::Crashed, "out of control",                   true },
     };
     IsolationOptions options;
     options.timeout = milliseconds(500);
@@ -342,8 +366,9 @@ TEST(Workers, OutputsAreThoseThatTheParentOpens)
     const TemporaryFolder folder;
     IsolatedRun run;
     run.openOutput = [&](const std::string& path) {
-        return path == "wanted" ? Descriptor(open(folder.At(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
-                                : throw std::runtime_error("not wanted");
+        return path == "wanted"
+                   ? Descriptor(open(folder.At(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+                   : throw std::runtime_error("not wanted");
     };
     run.process = [](size_t) {
         const auto output = OpenOutput("wanted");

@@ -100,7 +100,8 @@ ControlMessage FileBroker::Answer(const ControlMessage& request)
 Descriptor FileBroker::OpenInput(const std::string& path)
 {
     if (inputs++ > options.maxInputs)
-        ThrowInput(path, fmt::format("more than {} further files", options.maxInputs), FailureKind::Unreadable);
+        ThrowInput(path, fmt::format("more than {} further files", options.maxInputs),
+                   FailureKind::Unreadable);
     if (path != first)
         return OpenFurther(path);
     if (path == "-" && options.openStandardInput)
