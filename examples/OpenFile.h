@@ -20,9 +20,8 @@ public:
     explicit OpenFile(Input input) : stream(std::move(input))
     {
         using namespace Quorva::Proc;
-        const auto probe = MovieProbe::Create(stream, 64 * 1024);
         ProbeResult found;
-        DetectFileInputFormat(*probe, found);
+        DetectInputFormat(stream, found);
         const auto& demuxers = GetFFMPEGSupportedInputFormats();
         const auto demuxer = demuxers.find(found.format);
         if (demuxer == demuxers.end())

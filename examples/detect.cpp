@@ -22,9 +22,8 @@ struct Release {
 bool Show(const char* path)
 {
     const auto stream = Core::DataInputFile::Create(path);
-    const auto probe = Proc::MovieProbe::Create(stream, 64 * 1024);
     Proc::ProbeResult found;
-    Proc::DetectFileInputFormat(*probe, found);
+    Proc::DetectInputFormat(stream, found);
     std::printf("%s: '%s', score %d", path, found.format.c_str(), found.score);
     const auto& demuxers = Proc::GetFFMPEGSupportedInputFormats();
     const auto demuxer = demuxers.find(found.format);

@@ -6,6 +6,7 @@
 #include "fuzz/support/Input.h"
 
 #include <cstring>
+#include <limits>
 
 using namespace Quorva;
 
@@ -80,6 +81,20 @@ void Copy(Input& input)
     Require(source == target);
 }
 
+/// What a scaling algorithm is told: common values, those at the edges, and any.
+double Parameter(Input& input)
+{
+    static constexpr double values[] = {0,
+                                        -1,
+                                        0.5,
+                                        3,
+                                        1e-300,
+                                        1e300,
+                                        std::numeric_limits<double>::quiet_NaN(),
+                                        std::numeric_limits<double>::infinity()};
+    return input.Flag() ? values[input.Below(std::size(values))] : input.Number<int>() / 1000.0;
+}
+
 void Convert(Input& input)
 {
     const auto format = [&] { return static_cast<AVPixelFormat>(input.Between(-1, AV_PIX_FMT_NB)); };
@@ -98,13 +113,19 @@ void Convert(Input& input)
         std::memcpy(source->data[0] + at, &value, sizeof value);
     }
     const auto matrix = [&] { return static_cast<Conf::YCbCrMatrix>(input.Between(-1, 20)); };
-    const int flags = 1 << input.Below(12);
-    const Proc::SafeSwsContext scaler(Proc::SwsCtxParams{
+    Proc::SwsCtxParams params = {
         {width,         height,         from, matrix()},
         {target->width, target->height, to,   matrix()},
-        flags
-    });
+        1 << input.Below(12) |
+            (input.Flag() ? input.Number<int>() & (SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT) : 0)
+    };
+    if (input.Flag())
+        params.params = {Parameter(input), Parameter(input)};
+    const Proc::SafeSwsContext scaler(params);
+    if (input.Flag())  // a slice of any place and height
+        scaler.Scale(Proc::SwsSource(source), input.Extreme(), input.Extreme(), Proc::SwsDestination(target));
     scaler.Scale(Proc::SwsSource(source), Proc::SwsDestination(target));
+    scaler.Scale(*source.get(), *target.get());
 }
 
 void Choose(Input& input)

@@ -69,7 +69,8 @@ private:
 class QUORVA_HOST_API IDataInput : public virtual IRefCountable {
 public:
     /// Reads up to `size` bytes from the current position and moves past them.
-    /// @return bytes read; less than `size` only at the end, 0 when nothing is left.
+    /// @return bytes read; less than `size` only at the end, 0 when nothing is left, never more than `size`:
+    ///         readers call CheckedRead(), which ends a stream that breaks this rule.
     /// @throws IOException  the medium refuses; the position stays, whatever the buffer holds then.
     virtual uint64_t Read(uint8_t* buffer, uint64_t size) = 0;
     virtual uint64_t GetSize() = 0;  ///< whole length in bytes
@@ -84,6 +85,11 @@ public:
 protected:
     ~IDataInput() override;
 };
+
+/// Reads from `stream` for callers that pass the count on to code which trusts it, as FFmpeg does.
+/// @return as IDataInput::Read(), and never more than `size`
+/// @throws IOException  the stream refuses, or claims to have read more than `size` bytes.
+QUORVA_HOST_API uint64_t CheckedRead(IDataInput& stream, uint8_t* buffer, uint64_t size);
 
 /// A writable, seekable stream of bytes. One thread at a time.
 class QUORVA_HOST_API IDataOutput : public virtual IRefCountable {
@@ -107,6 +113,11 @@ public:
     /// @throws IOException  naming the path and the system's reason: no such file, no permission, a folder, a
     ///                      pipe or terminal, which have no positions.
     static boost::intrusive_ptr<IDataInput> Create(const ioPath& path);
+    /// A file that is open already, for example one received from another process.
+    /// @param descriptor  open for reading; owned by the stream, and closed even if this throws
+    /// @param name        returned by GetName(), and quoted in errors
+    /// @throws IOException  the descriptor is not that of a file or device with positions.
+    static boost::intrusive_ptr<IDataInput> Create(int descriptor, std::string name);
 };
 
 /// Bytes in memory as an input.
@@ -121,6 +132,11 @@ class QUORVA_HOST_API DataOutputFile {
 public:
     /// @throws IOException  naming the path and the system's reason.
     static boost::intrusive_ptr<IDataOutput> Create(const ioPath& path);
+    /// A file that is open already. Its content and position stay; writing begins at its start.
+    /// @param descriptor  open for writing; owned by the stream, and closed even if this throws
+    /// @param name        quoted in errors
+    /// @throws IOException  the descriptor is not that of a file or device with positions.
+    static boost::intrusive_ptr<IDataOutput> Create(int descriptor, std::string name);
 };
 
 }  // namespace Core

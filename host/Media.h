@@ -31,8 +31,8 @@ using SubtitlePtr = std::unique_ptr<AVSubtitle, SubtitleDeleter>;
 class QUORVA_HOST_API VideoData final : public RefCounted<IDataVideo> {
 public:
     /// A picture to fill, its planes aligned as FFmpeg likes them and their contents undefined.
-    /// @throws Conf::FormatException   there is no such picture: no size, a format of no memory or none at
-    /// all.
+    /// @throws Conf::FormatException   there is no such picture: no size, a format of device memory, or no
+    ///                                 format.
     /// @throws Core::MemoryException  with the tags of width and height.
     VideoData(const Picture& picture, PixFmt format);
     /// Shares the buffers of `frame`; copies those that aren't reference counted.

@@ -29,7 +29,7 @@ struct QUORVA_HOST_API MovieProbe {
 
     /// Reads the first `size` bytes of `input`, less when it is shorter, and names them after it. The input,
     /// which must not be null, is left at its start.
-    /// @throws Core::IOException  the input refuses.
+    /// @throws Core::IOException  the input refuses, or is broken: see Core::CheckedRead().
     static std::unique_ptr<const MovieProbe> Create(const boost::intrusive_ptr<Core::IDataInput>& input,
                                                     uint64_t size);
     /// A probe of `bytes`, under a name whose extension it takes.

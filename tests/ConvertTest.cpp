@@ -34,12 +34,14 @@ const Row ROWS[] = {
     {"h264-aac.mp4", "a.mka", "", "aac", "packets"},
     {"h264-aac.mp4", "a.ts", "", "h264+aac"},
     {"h264-aac.mp4", "a.aac", "", "aac"},
+    {"h264-aac.mp4", "a.mkv", "--duration 10", "h264+aac", "packets"},
     {"h264-flac-srt.mkv", "a.mkv", "", "h264+flac+subrip", "packets"},
-    {"h264-flac-srt.mkv", "a.mp4", "", "h264+flac", "packets"},
-    {"h264-flac-srt.mkv", "a.mp4", "--audio-codec copy --video-codec none", "flac", "packets"},
-    {"hevc-opus-ass.mkv", "a.mp4", "", "hevc+opus", "packets"},
+    {"h264-flac-srt.mkv", "a.mp4", "", "h264+flac+mov_text", "packets"},
+    {"h264-flac-srt.mkv", "a.mp4", "--audio-codec copy --video-codec none", "flac+mov_text", "packets"},
+    {"hevc-opus-ass.mkv", "a.mp4", "", "hevc+opus+mov_text", "packets"},
     {"mpeg2-ac3.vob", "a.mkv", "", "mpeg2video+ac3", "packets"},
     {"h264-aac.ts", "a.mp4", "", "h264+aac"},
+    {"mpeg2-mp2-dvbsub.ts", "a.mp4", "--video-codec copy --audio-codec none", "mpeg2video"},
     {"mpeg2-mp2-dvbsub.ts", "a.mkv", "", "mpeg2video+mp2+dvb_subtitle"},
     {"vp9-opus.webm", "a.mp4", "", "vp9+opus", "packets"},
     {"theora-vorbis.ogv", "a.mkv", "", "theora+vorbis"},
@@ -263,6 +265,57 @@ TEST(Convert, CropsWhereTheContainerDoesNot)
     RunFFmpeg({"-apply_cropping", "none", "-i", Made("h264-aac.mp4"), "-vf", "crop=110:84:16:8:exact=1",
                "-an", "-c:v", "rawvideo", folder.At("reference.avi")});
     EXPECT_EQ(Judge(cut, {})[0].hashes, Judge(folder.At("reference.avi"), {})[0].hashes);
+}
+
+TEST(Convert, AcceptsWhatMuxersRefuse)
+{
+    const TemporaryFolder folder;
+    const struct {
+        std::string made;  ///< arguments of the ffmpeg command
+        const char* input;
+        const char* output;
+        const char* text;
+        const char* pointer;
+        json value;
+    } rows[] = {
+        {"-f lavfi -i sine=d=0.5 -ar 8000",                     "low.mp3",    "a.mp4",
+         "mp4 refuses a copy: track 0: muxing mp3 at 8000hz",                                            "/streams/0/codec_name", "aac"},
+        {"-i " + Made("h264-aac.mp4") + " -c copy -aspect 2:1", "aspect.mkv", "a.mov", "h264 is copied",
+         "/streams/0/display_aspect_ratio",                                                                                       "2:1"},
+        {"-i " + Made("h264-aac.mp4") + " -c copy -aspect 2:1", "aspect.mkv", "b.mkv", "h264 is copied",
+         "/streams/0/display_aspect_ratio",                                                                                       "2:1"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.output);
+        std::vector<std::string> arguments = Words(row.made.c_str());
+        arguments.push_back(folder.At(row.input));
+        RunFFmpeg(arguments);
+        const Outcome outcome = Convert(folder.At(row.input), folder.At(row.output));
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        EXPECT_THAT(outcome.errors, HasSubstr(row.text));
+        EXPECT_EQ(Member(Describe(folder.At(row.output)), row.pointer), row.value);
+    }
+    EXPECT_EQ(Convert(folder.At("low.mp3"), folder.At("c.mp4"), "--audio-codec copy").code, 1);
+}
+
+TEST(Convert, BeginsWithThePictureShownFirst)
+{
+    const TemporaryFolder folder;
+    const std::string whole = folder.At("whole.mp4");
+    const std::string cut = folder.At("cut.ts");
+    RunFFmpeg({"-f", "lavfi", "-i", "testsrc2=s=128x96:d=3:r=25", "-c:v", "libx265", "-pix_fmt", "yuv420p",
+               "-x265-params",
+               "log-level=none:bframes=7:radl=7:keyint=25:min-keyint=25:scenecut=0:open-gop=0:b-adapt=0",
+               whole});
+    RunFFmpeg({"-ss", "1.9", "-i", whole, "-c", "copy", cut});  // its first key picture is shown eighth
+    const size_t pictures = Judge(cut, {})[0].hashes.size();
+    for (const char* options : {"", "--video-codec h264", "--duration 1"}) {
+        SCOPED_TRACE(options);
+        const std::string output = folder.At("out.mp4");
+        ASSERT_EQ(Convert(cut, output, std::string("--overwrite ") + options).code, 0);
+        const std::vector<JudgedStream> after = Judge(output, {});
+        EXPECT_EQ(after[0].hashes.size(), options[2] == 'd' ? 25u : pictures);
+    }
 }
 
 TEST(Convert, ChangesWhatIsAskedFor)

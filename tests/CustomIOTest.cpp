@@ -1,5 +1,9 @@
+#include "Proc/Wrappers/Tessadrin/InputFormat.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 
+#include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
+#include "host/ProcessingSupport.h"
+#include "tests/support/Failure.h"
 #include "tests/support/MemoryStreams.h"
 #include "tests/support/Muxed.h"
 #include "tests/support/Owned.h"
@@ -64,6 +68,7 @@ TEST(CustomIO, BadArgumentsReachNoStream)
     EXPECT_EQ(FFReadCallback(nullptr, &byte, 1), AVERROR_EOF);
     EXPECT_EQ(FFReadCallback(AsOpaque(input.get()), nullptr, 1), AVERROR_EOF);
     EXPECT_EQ(FFWriteCallback(nullptr, &byte, 1), -1);
+    EXPECT_EQ(av_read_frame_fixed(nullptr, nullptr), AVERROR(EINVAL));
     EXPECT_EQ(FFWriteCallback(AsOpaque(output.get()), nullptr, 1), -1);
     for (const int size : {0, -1, INT_MIN}) {
         EXPECT_EQ(FFReadCallback(AsOpaque(input.get()), &byte, size), AVERROR_EOF);
@@ -177,6 +182,43 @@ TEST(CustomIO, WhatAStreamThrowsPasses)
     const uint8_t byte = 0;
     EXPECT_CALL(*output, Write).WillOnce(testing::Throw(Core::IOException()));
     EXPECT_THROW(FFWriteCallback(AsOpaque(output.get()), &byte, 1), Core::IOException);
+}
+
+/// Counts and sizes that aren't so.
+class Boaster final : public RefCounted<Core::IDataInput> {
+public:
+    uint64_t Read(uint8_t*, uint64_t size) override { return count > size ? count : std::exchange(count, 0); }
+    uint64_t GetSize() override { return UINT64_MAX; }
+    uint64_t MoveBy(int64_t) override { return 0; }
+    void MoveTo(uint64_t) override {}
+    const std::string& GetName() const noexcept override { return name; }
+
+    uint64_t count = 0;
+    const std::string name = "boaster";
+};
+
+TEST(CustomIO, ClaimsBeyondTheRequestEndTheStream)
+{
+    const auto input = MakeRefCounted<Boaster>();
+    uint8_t buffer[16] = {};
+    for (const uint64_t claim : {uint64_t{17}, uint64_t{INT_MAX} + 2, UINT64_MAX - 9}) {
+        input->count = claim;
+        const std::string text = "Broken stream 'boaster': it claims to have read " + std::to_string(claim) +
+                                 " bytes, but 16 were requested";
+        const Failure broken{text, "CheckedRead", "Files"};
+        EXPECT_EQ(FailureOf<Core::IOException>([&] { FFReadCallback(AsOpaque(input.get()), buffer, 16); }),
+                  broken);
+        EXPECT_EQ(FailureOf<Core::IOException>([&] { MovieProbe::Create(input, 16); }), broken);
+
+        StreamFailure failure;
+        const GuardedIO io(input, 16, failure);
+        EXPECT_EQ(avio_read(io.Get(), buffer, 4), AVERROR(EIO));
+        EXPECT_EQ(FailureOf<Core::IOException>([&] { failure.Check(); }), broken);
+    }
+    ProbeResult result;
+    EXPECT_THROW(DetectInputFormat(input, result), Core::IOException);
+    input->count = 10;
+    EXPECT_EQ(MovieProbe::Create(input, UINT64_MAX)->size, 10u) << "memory as the stream's size claims";
 }
 
 /// A place that can't be read: each attempt there fails, `times` in all.

@@ -7,6 +7,7 @@
 #include "tests/support/Failure.h"
 #include "tests/support/Probes.h"
 
+#include <algorithm>
 #include <latch>
 #include <string>
 #include <thread>
@@ -189,6 +190,86 @@ TEST(DetectFileInputFormat, TheGeneralSearchNeedsAScoreOf25)
     EXPECT_EQ(result, ProbeResult());
     DetectFileInputFormat(*audio, result);
     EXPECT_EQ(result, (ProbeResult{F::FORMAT_MP3, 25, ImplNames::FFMPEG}));
+}
+
+/// An input that doesn't know its size and counts what is read of it.
+class CountedInput final : public RefCounted<Core::IDataInput> {
+public:
+    CountedInput(const std::string& name, const std::string& bytes)
+        : inner(Core::DataInputMemory::Create({bytes.begin(), bytes.end()}, name))
+    {
+    }
+    uint64_t Read(uint8_t* buffer, uint64_t size) override
+    {
+        const uint64_t count = inner->Read(buffer, std::min<uint64_t>(size, 30'000));
+        total += count;
+        return count;
+    }
+    uint64_t GetSize() override { Throw<Core::IOException>("no size"); }
+    uint64_t MoveBy(int64_t offset) override { return inner->MoveBy(offset); }
+    void MoveTo(uint64_t position) override { inner->MoveTo(position); }
+    const std::string& GetName() const noexcept override { return inner->GetName(); }
+
+    uint64_t total = 0;
+
+private:
+    const boost::intrusive_ptr<Core::IDataInput> inner;
+};
+
+/// An ID3v2 tag with `size` bytes in it.
+std::string ID3(uint32_t size, char version = 3, char flags = 0)
+{
+    std::string tag = "ID3"s + version + '\0' + flags;
+    for (int shift = 21; shift >= 0; shift -= 7)
+        tag += static_cast<char>(size >> shift & 0x7F);
+    return tag + std::string(size, 'x');
+}
+
+TEST(DetectInputFormat, LooksCloserAndBehindTags)
+{
+    const std::string ape =
+        "APETAGEX\xd0\7\0\0\xa0\x86\1\0\1\0\0\0\0\0\0\xa0\0\0\0\0\0\0\0\0"s + std::string(100'000, 'x');
+    // The probe for H.264 gives up at a unit with a forbidden bit.
+    const std::string damaged =
+        "\0\0\0\1\x67\x42\0\x1e\xab\x40\0\0\0\1\x68\xce\x3c\x80\0\0\0\1\x65\x88\x84"s +
+        std::string(20'000, 'U') + "\0\0\0\1\xff"s + std::string(20'000, 'U');
+    const std::string& byFFmpeg = ImplNames::FFMPEG;
+    const ProbeResult png{F::FORMAT_PNG, 99, byFFmpeg};
+    const struct {
+        const char* what;
+        const char* name;
+        std::string bytes;
+        ProbeResult after;
+        uint64_t mediaStart;
+    } rows[] = {
+        {"no tag", "a", Samples::png, png, 0},
+        {"short tag", "a", ID3(1000) + Samples::png, png, 1010},
+        {"200 KB", "a", ID3(200'000) + Samples::png, png, 200'010},
+        {"200 KB, a misleading name", "a.mp3", ID3(200'000) + Samples::png, png, 200'010},
+        {"40 KB, a misleading name", "a.mp3", ID3(40'000) + Samples::png, png, 40'010},
+        {"3 MB, a misleading name", "a.mp3", ID3(3'000'000) + Samples::png, png, 3'000'010},
+        {"nothing behind it", "a.mp3", ID3(40'000) + Samples::unknown, {F::FORMAT_MP3, 12, byFFmpeg}, 40'010},
+        {"with a footer", "a", ID3(100'000, 4, 0x10) + "3DI-footer" + Samples::png, png, 100'020},
+        {"a flag without a footer", "a", ID3(100'000, 3, 0x10) + Samples::png, png, 100'010},
+        {"several tags", "a", ape + ID3(100'000) + ID3(0) + Samples::png, png, 200'052},
+        {"a tag that claims too much", "a", ID3(1000).substr(0, 500), {}, 1010},
+        {"damage further on", "a", damaged, {F::FORMAT_H264, 51, byFFmpeg}, 0},
+        {"both", "a", ID3(100'000) + damaged, {F::FORMAT_H264, 51, byFFmpeg}, 100'010},
+        {"nothing that is known", "a", std::string(5'000'000, 'U'), {}, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const auto input = MakeRefCounted<CountedInput>(row.name, row.bytes);
+        input->MoveTo(7);
+        ProbeResult result;
+        EXPECT_EQ(DetectInputFormat(input, result), row.mediaStart);
+        EXPECT_EQ(result, row.after);
+        EXPECT_EQ(input->MoveBy(0), 7u);
+        EXPECT_LT(input->total, (1 << 20) + (64 << 10) + 1000u);
+    }
+    ProbeResult better = {"something", 100, "somebody"};
+    DetectInputFormat(MakeRefCounted<CountedInput>("a", Samples::png), better);
+    EXPECT_EQ(better, (ProbeResult{"something", 100, "somebody"}));
 }
 
 TEST(DetectFileInputFormat, ADemuxerThatThePipelineDoesNotKnowIsAnError)

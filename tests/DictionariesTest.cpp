@@ -184,6 +184,7 @@ TEST(SetContextOptions, NoPlaceForTheDictionaryIsRefused)
               (Failure{"NULL parameter(s)", "PutMetadata", "Tessadrin"}));
     EXPECT_EQ(FailureOf<Core::IOException>([] { SetContextOptions(nullptr, Property("a", "")); }).function,
               "PutMetadata");
+    EXPECT_THROW(SetContextOptions(nullptr, Property()), Core::IOException);
     EXPECT_NO_THROW(SetContextOptions(nullptr, Property::Group("empty")));
 }
 
@@ -212,6 +213,7 @@ TEST(CreateStream, BelongsToTheContext)
         EXPECT_EQ(CreateStream(context, nullptr), nullptr);
     }
     avformat_free_context(context);
+    EXPECT_EQ(CreateStream(nullptr, nullptr), nullptr);
 }
 
 TEST(GetMediaTypeName, EveryTypeHasOne)

@@ -1,4 +1,3 @@
-#include "tests/support/JsonSchema.h"
 #include "tests/support/Program.h"
 
 #include <gmock/gmock.h>
@@ -32,7 +31,6 @@ TEST(Doctor, FindsNothingWrongHere)
                                    EndsWith("\nThe library can be loaded.\n")));
 
     const json document = json::parse(RunProgram({"doctor", "--json"}).output);
-    EXPECT_EQ(JsonSchema::Of("doctor").Check(document), "");
     EXPECT_EQ(document["loads"], true);
     EXPECT_TRUE(document["failure"].is_null());
     EXPECT_EQ(document["libraries"]["libavcodec"]["running"], document["tool"]["ffmpeg"]["avcodec"]);
@@ -50,13 +48,13 @@ TEST(Doctor, SaysWhatTheLoadSaysWhereItFails)
         EXPECT_EQ(loaded.signal, SIGABRT);
         const size_t begin = loaded.errors.find("can't be loaded");
         ASSERT_NE(begin, std::string::npos);
-        const std::string sentence = loaded.errors.substr(begin);
+        // What follows is the terminate handler's.
+        const std::string sentence = loaded.errors.substr(begin, loaded.errors.find('\n', begin) + 1 - begin);
 
         const Outcome doctor = RunWith(ffmpeg, {"doctor"});
         EXPECT_EQ(doctor.code, 1);
         EXPECT_THAT(doctor.output, EndsWith("\nThe library " + sentence));
         const json document = json::parse(RunWith(ffmpeg, {"doctor", "--json"}).output);
-        EXPECT_EQ(JsonSchema::Of("doctor").Check(document), "");
         EXPECT_EQ(document["loads"], false);
         EXPECT_EQ("can't be loaded: " + document["failure"].get<std::string>() + ".\n", sentence);
     }
@@ -68,6 +66,7 @@ TEST(Doctor, NamesWhatIsLacking)
     const json document = json::parse(RunWith("noflac", {"doctor", "--json"}).output);
     EXPECT_EQ(document["loads"], true);
     EXPECT_EQ(document["lacking"]["demuxers"], json({"flac"}));
+    EXPECT_EQ(json::parse(RunWith("nameless", {"doctor", "--json"}).output)["loads"], true);
 }
 
 }  // namespace

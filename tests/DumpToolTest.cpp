@@ -152,6 +152,8 @@ TEST(DumpTool, FailuresAreOneLine)
     const std::string film = Made("h264-aac.mp4");
     const std::string hdr = Made("hdr10.mkv");
     const std::string sound = Made("flac.flac");
+    const std::string victim = folder.Put("victim", "precious");
+    std::filesystem::create_symlink(victim, folder.At("there_000_key=1.bmp"));
     const struct {
         std::string file;
         std::string name;
@@ -159,7 +161,9 @@ TEST(DumpTool, FailuresAreOneLine)
         std::string reason;
     } rows[] = {
         {film,              "missing/x", "",
-         "can't open '" + folder.At("missing/x_000_key=1.bmp") + "': No such file or directory"                    },
+         "'" + folder.At("missing/x_000_key=1.bmp") + "' can't be written: No such file or directory"              },
+        {film,              "there",     "",
+         "'" + folder.At("there_000_key=1.bmp") + "' is there already; --overwrite replaces it"                    },
         {film,              "x",         "--stream 7",        "no stream 7: there are 2"                           },
         {film,              "x",         "--stream 1",        "stream 1 is audio, which has no pictures"           },
         {film,              "x",         "--hardware opengl", "no hardware devices 'opengl'; this FFmpeg has "     },
@@ -173,6 +177,9 @@ TEST(DumpTool, FailuresAreOneLine)
         EXPECT_EQ(outcome.output, "");
         EXPECT_THAT(outcome.ErrorLines(), ElementsAre(StartsWith(row.file + ": " + row.reason)));
     }
+    EXPECT_EQ(Dump(film, folder.At("there"), "--overwrite").code, 0);
+    EXPECT_EQ(std::filesystem::file_size(victim), 8u) << "a link is replaced, not followed";
+    EXPECT_EQ(Pixels(folder.At("there_000_key=1.bmp")).size(), 128u * 96 * 4);
     EXPECT_EQ(Dump(film, "x", "--at noon").code, 2);
     EXPECT_EQ(Dump(film, "x", "--count 0").code, 2);
 }

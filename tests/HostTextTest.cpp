@@ -35,46 +35,60 @@ TEST(Charset, Utf8IsLeftAlone)
 
 TEST(Charset, TitlesBecomeReadable)
 {
+    std::string longText;
+    for (int i = 0; i < 5; ++i)
+        longText +=
+            "This image was made with the demo version, which may be used freely as long as this notice "
+            "is kept. ";
     const struct {
         const char* charset;
         std::string bytes;
         std::string text;
     } rows[] = {
-        {"CP1251",               "\xCF\xF0\xE8\xE2\xE5\xF2, \xEC\xE8\xF0",                               "Привет, мир"                      },
-        {"CP1251, short",        "\xD2\xE5\xF1\xF2",                                                     "Тест"                             },
-        {"CP1251, capitals",     "\xCF\xD0\xC8\xC2\xC5\xD2 \xCC\xC8\xD0",                                "ПРИВЕТ МИР"                       },
-        {"CP1251, mixed",        "\xC0\xF0\xE8\xFF (Live)",                                              "Ария (Live)"                      },
-        {"KOI8-R",               "\xF7\xCC\xC1\xC4\xC9\xCD\xC9\xD2 \xF7\xD9\xD3\xCF\xC3\xCB\xC9\xCA",    "Владимир Высоцкий"                },
-        {"CP1252",               "Caf\xE9 del Mar",                                                      "Café del Mar"                     },
-        {"CP1252, one letter",   "\xE9",                                                                 "é"                                },
-        {"CP1252, quotes",       "Don\x92t Stop",                                                        "Don’t Stop"                       },
-        {"CP1252, dash",         "Garota de Ipanema \x96 Jo\xE3o Gilberto",                              "Garota de Ipanema – João Gilberto"},
-        {"CP1252, many accents", "Die \xC4rzte - M\xE4nner sind Schweine",
-         "Die Ärzte - Männer sind Schweine"                                                                                                 },
+        {"CP1251",                     "\xCF\xF0\xE8\xE2\xE5\xF2, \xEC\xE8\xF0",                               "Привет, мир"                      },
+        {"CP1251, short",              "\xD2\xE5\xF1\xF2",                                                     "Тест"                             },
+        {"CP1251, capitals",           "\xCF\xD0\xC8\xC2\xC5\xD2 \xCC\xC8\xD0",                                "ПРИВЕТ МИР"                       },
+        {"CP1251, mixed",              "\xC0\xF0\xE8\xFF (Live)",                                              "Ария (Live)"                      },
+        {"KOI8-R",                     "\xF7\xCC\xC1\xC4\xC9\xCD\xC9\xD2 \xF7\xD9\xD3\xCF\xC3\xCB\xC9\xCA",    "Владимир Высоцкий"                },
+        {"CP1252",                     "Caf\xE9 del Mar",                                                      "Café del Mar"                     },
+        {"CP1252, one letter",         "\xE9",                                                                 "é"                                },
+        {"CP1252, quotes",             "Don\x92t Stop",                                                        "Don’t Stop"                       },
+        {"CP1252, dash",               "Garota de Ipanema \x96 Jo\xE3o Gilberto",                              "Garota de Ipanema – João Gilberto"},
+        {"CP1252, many accents",       "Die \xC4rzte - M\xE4nner sind Schweine",
+         "Die Ärzte - Männer sind Schweine"                                                                                                       },
         {"CP1252, not Japanese",
          "\x8Ei\x9E"
-         "ek",                                                                                           "Žižek"                            },
-        {"CP1250",               "Dvo\xF8\xE1k: Novosv\xECtsk\xE1",                                      "Dvořák: Novosvětská"              },
-        {"CP1253",               "\xCC\xDF\xEA\xE7\xF2 \xC8\xE5\xEF\xE4\xF9\xF1\xDC\xEA\xE7\xF2",        "Μίκης Θεοδωράκης"                 },
-        {"CP1255",               "\xF9\xEC\xE5\xED \xF2\xEC\xE9\xEB\xED",                                "שלום עליכם"                       },
-        {"Shift JIS",            "\x89\x46\x91\xBD\x93\x63\x83\x71\x83\x4A\x83\x8B",                     "宇多田ヒカル"                     },
-        {"Shift JIS, kanji",     "\x93\xFA\x96\x7B\x8C\xEA",                                             "日本語"                           },
-        {"Shift JIS, katakana",  "\x83\x65\x83\x58\x83\x67",                                             "テスト"                           },
-        {"Shift JIS, one kanji", "X JAPAN - \x8D\x67",                                                   "X JAPAN - 紅"                     },
-        {"Shift JIS, cut",       "\x8E\x63\x8D\x93\x82\xC8\x93\x56\x8E\x67\x82\xCC\x83\x65\x81\x5B\x83",
-         "残酷な天使のテー\uFFFD"                                                                                                           },
-        {"EUC-JP",               "\xC0\xE9\xA4\xC8\xC0\xE9\xBF\xD2\xA4\xCE\xBF\xC0\xB1\xA3\xA4\xB7",     "千と千尋の神隠し"                 },
-        {"GB 18030",             "\xD4\xC2\xC1\xC1\xB4\xFA\xB1\xED\xCE\xD2\xB5\xC4\xD0\xC4",             "月亮代表我的心"                   },
-        {"Big5",                 "\xA9\x50\xAA\x4E\xAD\xDB",                                             "周杰倫"                           },
-        {"EUC-KR",               "\xB0\xAD\xB3\xB2\xBD\xBA\xC5\xB8\xC0\xCF",                             "강남스타일"                       },
-        {"UTF-16 LE, mark",      "\xFF\xFE\x1F\x04\x38\x04\x3A\x04"s,                                    "Пик"                              },
-        {"UTF-16 BE, mark",      "\xFE\xFF\x65\xE5\x67\x2C"s,                                            "日本"                             },
-        {"UTF-16 LE",            "N\0o\0\xEB\0l\0"s,                                                     "Noël"                             },
-        {"UTF-16 BE",            "\0N\0o\0\xEB\0l"s,                                                     "Noël"                             },
-        {"UTF-16, pair",         "\xFF\xFE\x3C\xD8\xAC\xDF"s,                                            "🎬"                               },
-        {"UTF-16, broken",       "\xFF\xFE\x41\0\x3C\xD8\x42\0\x43"s,                                    "A\uFFFDB\uFFFD"                   },
-        {"UTF-32 LE, mark",      "\xFF\xFE\0\0\x41\0\0\0"s,                                              "A"                                },
-        {"UTF-8, cut",           "\xD0\x9A\xD0\xB8\xD0\xBD\xD0",                                         "Кин\uFFFD"                        },
+         "ek",                                                                                                 "Žižek"                            },
+        {"CP1250",                     "Dvo\xF8\xE1k: Novosv\xECtsk\xE1",                                      "Dvořák: Novosvětská"              },
+        {"CP1253",                     "\xCC\xDF\xEA\xE7\xF2 \xC8\xE5\xEF\xE4\xF9\xF1\xDC\xEA\xE7\xF2",        "Μίκης Θεοδωράκης"                 },
+        {"CP1255",                     "\xF9\xEC\xE5\xED \xF2\xEC\xE9\xEB\xED",                                "שלום עליכם"                       },
+        {"Shift JIS",                  "\x89\x46\x91\xBD\x93\x63\x83\x71\x83\x4A\x83\x8B",                     "宇多田ヒカル"                     },
+        {"Shift JIS, kanji",           "\x93\xFA\x96\x7B\x8C\xEA",                                             "日本語"                           },
+        {"Shift JIS, katakana",        "\x83\x65\x83\x58\x83\x67",                                             "テスト"                           },
+        {"Shift JIS, one kanji",       "X JAPAN - \x8D\x67",                                                   "X JAPAN - 紅"                     },
+        {"Shift JIS, cut",             "\x8E\x63\x8D\x93\x82\xC8\x93\x56\x8E\x67\x82\xCC\x83\x65\x81\x5B\x83",
+         "残酷な天使のテー\uFFFD"                                                                                                                 },
+        {"EUC-JP",                     "\xC0\xE9\xA4\xC8\xC0\xE9\xBF\xD2\xA4\xCE\xBF\xC0\xB1\xA3\xA4\xB7",     "千と千尋の神隠し"                 },
+        {"GB 18030",                   "\xD4\xC2\xC1\xC1\xB4\xFA\xB1\xED\xCE\xD2\xB5\xC4\xD0\xC4",             "月亮代表我的心"                   },
+        {"Big5",                       "\xA9\x50\xAA\x4E\xAD\xDB",                                             "周杰倫"                           },
+        {"EUC-KR",                     "\xB0\xAD\xB3\xB2\xBD\xBA\xC5\xB8\xC0\xCF",                             "강남스타일"                       },
+        {"UTF-16 LE, mark",            "\xFF\xFE\x1F\x04\x38\x04\x3A\x04"s,                                    "Пик"                              },
+        {"UTF-16 BE, mark",            "\xFE\xFF\x65\xE5\x67\x2C"s,                                            "日本"                             },
+        {"UTF-16 LE",                  "N\0o\0\xEB\0l\0"s,                                                     "Noël"                             },
+        {"UTF-16 BE",                  "\0N\0o\0\xEB\0l"s,                                                     "Noël"                             },
+        {"UTF-16, pair",               "\xFF\xFE\x3C\xD8\xAC\xDF"s,                                            "🎬"                               },
+        {"UTF-16, broken",             "\xFF\xFE\x41\0\x3C\xD8\x42\0\x43"s,                                    "A\uFFFDB\uFFFD"                   },
+        {"UTF-32 LE, mark",            "\xFF\xFE\0\0\x41\0\0\0"s,                                              "A"                                },
+        {"UTF-16 mark, Latin text",    "\xFF\xFEHello, \xE9t\xE9 and winter",                                  "ÿþHello, été and winter"          },
+        {"UTF-16 mark, UTF-8 text",    "\xFF\xFEПривет",                                                       "ÿþПривет"                         },
+        {"UTF-16 BE mark, ASCII text", "\xFE\xFFplain words",                                                  "þÿplain words"                    },
+        {"CP1252, sign in long text",  longText + "\xAE",                                                      longText + "®"                     },
+        {"CP1252, signs and accent",   "Se\xF1or \xA9 1998, 30\xB0 \xBD",                                      "Señor © 1998, 30° ½"              },
+        {"CP1252, French",             "\xE0 la carte, tr\xE8s bien",                                          "à la carte, très bien"            },
+        {"CP1250, first letter",
+         "\xC8"
+         "esk\xE1 filharmonie",                                                                                "Česká filharmonie"                },
+        {"UTF-8, cut",                 "\xD0\x9A\xD0\xB8\xD0\xBD\xD0",                                         "Кин\uFFFD"                        },
     };
     for (const auto& row : rows)
         EXPECT_EQ(Readable(row.bytes), row.text) << row.charset;

@@ -214,6 +214,8 @@ TEST(IsSingleImageContainer, AGifIsOneWhenItHasOneFrame)
     for (const auto& row : rows)
         EXPECT_EQ(IsSingleImageContainer(row.format, FormatContext("gif", row.streams).Get()), row.single)
             << row.format << ": " << row.what;
+    EXPECT_FALSE(IsSingleImageContainer(IFormatFile::FORMAT_GIF, nullptr));
+    EXPECT_TRUE(IsSingleImageContainer(IFormatFile::FORMAT_BMP, nullptr));
 }
 
 TEST(DemuxerFunctions, OfThisFFmpegAreKnown)

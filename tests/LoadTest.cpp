@@ -14,7 +14,7 @@
 namespace Quorva::Proc {
 namespace {
 
-using testing::EndsWith;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 // A caller's own initialisers may use the library.
@@ -32,10 +32,10 @@ struct Ended {
     std::string output;  ///< what it wrote to either stream
 };
 
-Ended RunChild(const std::string& mode)
+Ended RunChild(const std::string& mode, const std::string& program = LOAD_CHILD)
 {
     const std::string command =
-        "OTHER_FFMPEG=" + mode + " exec '" LOAD_CHILD "' '" TESSADRIN_LIBRARY "' 2>&1";
+        "OTHER_FFMPEG=" + mode + " exec '" + program + "' '" TESSADRIN_LIBRARY "' 2>&1";
     FILE* child = popen(command.c_str(), "r");
     if (!child)
         throw std::runtime_error("no child process");
@@ -68,29 +68,50 @@ TEST(Load, FFmpegIsSetUpOnceAndMayLogToTheEnd)
     EXPECT_LT(child.output.find("end of main"), child.output.find("network off"));
 }
 
-TEST(Load, EndsTheProcessWithOneSentenceWhenItFails)
+TEST(Load, SkipsWhatHasNoName)
+{
+    const Ended child = RunChild("nameless");
+    EXPECT_EQ(child.status, 0) << child.output;
+}
+
+TEST(Load, EndsTheProcessWithOneSentenceAndTheExceptionWhenItFails)
 {
     const struct {
         const char* mode;
         const char* reason;
+        const char* exception;
+        const char* function;
     } rows[] = {
-        {"wrong",   "Bad pixel format descriptions: rgb24 (QUORVA) != rgb24 (FFMPEG)"},
-        {"missing", "Bad pixel format descriptions: nv12 (QUORVA) != none (FFMPEG)"  },
-        {"nomov",   "invalid unordered_map<K, T> key (this FFmpeg has nothing for '" },
-        {"newer",   "Compiled for libavutil "                                        },
+        {"wrong",   "Bad pixel format descriptions: rgb24 (QUORVA) != rgb24 (FFMPEG)",   "std::logic_error",
+         "operator ()"                                                                                                             },
+        {"unnamed", "Bad pixel format descriptions: rgb24 (QUORVA) != unnamed (FFMPEG)", "std::logic_error",
+         "operator ()"                                                                                                             },
+        {"missing", "Bad pixel format descriptions: nv12 (QUORVA) != none (FFMPEG)",     "std::logic_error",
+         "operator ()"                                                                                                             },
+        {"nomov",   "invalid unordered_map<K, T> key (this FFmpeg has nothing for '",    "std::out_of_range",
+         "InputCatalogue"                                                                                                          },
+        {"newer",   "Compiled for libavutil ",                                           "std::logic_error",  "CheckRuntimeVersion"},
     };
-    for (const auto& row : rows) {
-        const Ended child = RunChild(row.mode);
-        SCOPED_TRACE(child.output);
-        EXPECT_TRUE(WIFSIGNALED(child.status));
-        EXPECT_EQ(WTERMSIG(child.status), SIGABRT);
-        const std::string said = child.output.substr(child.output.find("Tessadrin"));  // behind "network on"
-        EXPECT_THAT(said, StartsWith(std::string("Tessadrin can't be loaded: ") + row.reason));
-        EXPECT_THAT(said,
-                    EndsWith("; install the FFmpeg 7.1 it was built with, or build it again with this one "
-                             "(`tessadrin doctor` tells more).\n"));
-        EXPECT_EQ(CountOf("\n", said), 1);
-    }
+    for (const auto& row : rows)
+        for (const char* program : {LOAD_CHILD, START_CHILD}) {
+            const Ended child = RunChild(row.mode, program);
+            SCOPED_TRACE(child.output);
+            EXPECT_TRUE(WIFSIGNALED(child.status));
+            EXPECT_EQ(WTERMSIG(child.status), SIGABRT);
+            const std::string said =
+                child.output.substr(child.output.find("Tessadrin"));  // behind "network on"
+            EXPECT_THAT(said, StartsWith(std::string("Tessadrin can't be loaded: ") + row.reason));
+            const size_t handler = said.find("handler: ");
+            ASSERT_NE(handler, std::string::npos);
+            EXPECT_THAT(
+                said.substr(0, handler),
+                testing::EndsWith("; install the FFmpeg 7.1 it was built with, or build it again with this "
+                                  "one (`tessadrin doctor` tells more).\n"));
+            EXPECT_EQ(CountOf("\n", said), 2);
+            EXPECT_THAT(said.substr(handler), HasSubstr(row.exception));
+            EXPECT_THAT(said.substr(handler),
+                        HasSubstr(std::string(" in ") + row.function + ", call stack kept\n"));
+        }
 }
 
 }  // namespace

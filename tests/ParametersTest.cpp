@@ -388,6 +388,9 @@ TEST(GetAudioBitrate, IsComputedForPlainPcmAlone)
     EXPECT_EQ(of(AV_CODEC_ID_PCM_S24LE, 48000, 2), 2'304'000);
     EXPECT_EQ(of(AV_CODEC_ID_AAC, 48000, 2), 777);
     EXPECT_EQ(of(AV_CODEC_ID_PCM_S32LE, 1'000'000, 100), 3'200'000'000) << "more than 32 bits hold";
+    EXPECT_EQ(of(AV_CODEC_ID_PCM_S32LE, INT_MAX, INT_MAX), INT64_MAX);
+    EXPECT_EQ(of(AV_CODEC_ID_PCM_S32LE, INT_MIN, INT_MAX), INT64_MIN);
+    EXPECT_EQ(of(AV_CODEC_ID_PCM_S32LE, INT_MIN, 255), INT64_C(8160) * INT_MIN);
     // FFmpeg knows the size of a sample too, for more codecs.
     for (int id = AV_CODEC_ID_FIRST_AUDIO; id <= AV_CODEC_ID_PCM_S24DAUD + 20; ++id) {
         const auto codec = static_cast<AVCodecID>(id);

@@ -88,7 +88,7 @@ TEST(Recognisers, ReadNothingBehindAShortBuffer)
     } rows[] = {
         {FromProbe::Matroska, Samples::ebml + "..matroska",        14, F::FORMAT_MATROSKA, "before"     },
         {FromProbe::Matroska, Samples::ebml + "..webm",            10, F::FORMAT_WEBM,     "before"     },
-        {FromProbe::IsoMedia, "....ftypM4B ",                      12, F::FORMAT_M4B,      F::FORMAT_MOV},
+        {FromProbe::IsoMedia, "....ftyp",                          8,  F::FORMAT_MP4,      F::FORMAT_MOV},
         {FromProbe::Swf,      "CWS",                               3,  F::FORMAT_CSWF,     "before"     },
         {FromProbe::WebP,     Samples::webp + "VP8L",              16, F::FORMAT_WEBP,     "before"     },
         {FromProbe::WebP,     Samples::webp + "VP8X\x0a\0\0\0\2"s, 21, F::FORMAT_AWEBP,    "before"     },
@@ -103,6 +103,23 @@ TEST(Recognisers, ReadNothingBehindAShortBuffer)
             ProbeResult result = {"before", 7, {}};
             row.recognise(probe, result);
             EXPECT_EQ(result.format, size < row.needed ? row.otherwise : row.format);
+        }
+    MovieProbe none;
+    none.size = 4096;  // without a buffer
+    ProbeResult result;
+    FromProbe::IsoMedia(none, result);
+    EXPECT_EQ(result.format, F::FORMAT_MOV);
+}
+
+TEST(Recognisers, ABrandThatIsCutOffLeavesTheExtensionNoSay)
+{
+    for (size_t size = 8; size <= 12; ++size)
+        for (const char* name : {"a.m4a", "a.mov", "a.3gp", "a.jp2", "a.mkv", "a.mp4", "a"}) {
+            SCOPED_TRACE(testing::Message() << name << " of " << size);
+            ProbeResult result;
+            DetectFileInputFormat(*ProbeOf(name, "\0\0\0\x18"s + "ftypM4B "s.substr(0, size - 4)), result);
+            EXPECT_EQ(result,
+                      (ProbeResult{size < 12 ? F::FORMAT_MP4 : F::FORMAT_M4B, 100, ImplNames::FFMPEG}));
         }
 }
 
@@ -230,7 +247,12 @@ TEST(GetContainerFormat, NamesWhatFFmpegHasOpened)
     context.Get()->iformat = unknownDemuxer;
     EXPECT_EQ(FailureOf<ProcException>([&] { GetContainerFormat(context.Get()); }),
               (Failure{"Unknown file format", "GetContainerFormat", "InputFormat"}));
-    context.Get()->iformat = nullptr;
+    const AVInputFormat nameless{};
+    for (const AVInputFormat* demuxer : {&nameless, static_cast<const AVInputFormat*>(nullptr)}) {
+        context.Get()->iformat = demuxer;
+        EXPECT_THROW(GetContainerFormat(context.Get(), *ProbeOf("", "")), ProcException);
+    }
+    EXPECT_THROW(GetContainerFormat(nullptr), ProcException);
 }
 
 TEST(GetContainerFormat, ReadsTheFileAgainWhereTheContextDoesNotTell)
@@ -254,9 +276,15 @@ TEST(GetContainerFormat, ReadsTheFileAgainWhereTheContextDoesNotTell)
         SCOPED_TRACE(row.format);
         const std::string path = before + row.extension;
         std::ofstream(path, std::ios::binary) << row.bytes;
-        EXPECT_EQ(GetContainerFormat(FormatContext(row.demuxer).Url(path).Get()), row.format);
+        for (const char* protocol : {"", "file:", "file://"})
+            EXPECT_EQ(GetContainerFormat(FormatContext(row.demuxer).Url(protocol + path).Get()), row.format)
+                << protocol;
         EXPECT_EQ(std::remove(path.c_str()), 0);
-        EXPECT_THROW(GetContainerFormat(FormatContext(row.demuxer).Url(path).Get()), Core::IOException);
+        for (const char* protocol : {"", "FILE:", "pipe:"})
+            EXPECT_THROW(GetContainerFormat(FormatContext(row.demuxer).Url(protocol + path).Get()),
+                         Core::IOException);
+        const auto probe = ProbeOf("stream"s + row.extension, row.bytes.substr(0, 128));
+        EXPECT_EQ(GetContainerFormat(FormatContext(row.demuxer).Url(path).Get(), *probe), row.format);
     }
 }
 

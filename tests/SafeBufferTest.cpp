@@ -110,6 +110,10 @@ TEST_F(OpenCl, PicturesOfEveryFormatComeBackAsTheyWere)
         ASSERT_EQ(av_hwframe_transfer_data(after.get(), uploaded.get(), 0), 0);
         ASSERT_EQ(after->format, format);
         EXPECT_EQ(PictureOf(*after.get()), PictureOf(*before.get()));
+        const SafeFrame own(COLOURS, format, 64, 48, 1, 1);
+        ASSERT_EQ(av_hwframe_transfer_data(own.get(), uploaded.get(), 0), 0);
+        EXPECT_EQ(PictureOf(*own.get()), PictureOf(*before.get()));
+        EXPECT_TRUE(own.OwnsData()) << "not replaced by FFmpeg's";
     }
 }
 
@@ -295,6 +299,20 @@ TEST(SafeBuffer, DevicesWithoutADriverFailEachInTheirWay)
     }
 }
 
+TEST(SafeBuffer, AFrameStaysAsItWasWhereThePoolHasNone)
+{
+    const Reference reference = Driverless(AV_HWDEVICE_TYPE_CUDA);
+    SafeBuffer cuda(reference.get());
+    const SafeBuffer pool = cuda.AllocFramesContextBuffer({64, 48}, PixFmt::NV12, 0);  // never initialised
+    const SafeFrame frame(COLOURS, AV_PIX_FMT_GRAY8, 8, 8, 1, 1);
+    frame->data[0][0] = 7;
+    EXPECT_THROW(pool.AllocFrame(frame.get()), Exception);
+    EXPECT_EQ(frame->data[0][0], 7);
+    EXPECT_EQ(frame->format, AV_PIX_FMT_GRAY8);
+    EXPECT_EQ(frame->hw_frames_ctx, nullptr);
+    EXPECT_TRUE(frame.OwnsData());
+}
+
 TEST(SafeBuffer, APoolThatFindsNoMemoryLeavesNothing)
 {
     const Reference reference = Driverless(AV_HWDEVICE_TYPE_CUDA);
@@ -336,6 +354,43 @@ TEST(SafeFrame, OwnsItsPictureOnce)
     EXPECT_FALSE(other.OwnsData());
     static_assert(!std::is_copy_constructible_v<SafeFrame> && !std::is_copy_assignable_v<SafeFrame>);
     EXPECT_EQ(Proc::SwsDestination(SafeFrame(COLOURS, AV_PIX_FMT_GRAY8, 8, 8, 1, 1)).linesize[0], 32);
+}
+
+// FFmpeg replaces pictures that aren't reference-counted in the frames that it writes to.
+TEST(SafeFrame, IsATargetOfTheScaler)
+{
+    const Proc::SafeSwsContext scaler(
+        {
+            {64, 48, AV_PIX_FMT_YUV420P},
+            {32, 24, AV_PIX_FMT_BGRA   },
+            SWS_BICUBIC
+    },
+        2);
+    const SafeFrame source(COLOURS, AV_PIX_FMT_YUV420P, 64, 48, 1, 1);
+    for (int plane = 0; plane < 3; ++plane)
+        std::memset(source->data[plane], plane ? 128 : 235,
+                    static_cast<size_t>(source->linesize[plane]) * (plane ? 24 : 48));
+    const std::unique_ptr<AVFrame, void (*)(AVFrame*)> kept(av_frame_alloc(),
+                                                            [](AVFrame* f) { av_frame_free(&f); });
+    {
+        const SafeFrame target(COLOURS, AV_PIX_FMT_BGRA, 32, 24, 1, 1);
+        const uint8_t* const picture = target->data[0];
+        EXPECT_EQ(scaler.Scale(*source.get(), *target.get()), 24);
+        EXPECT_EQ(target->data[0], picture) << "its own picture was written to";
+        EXPECT_GT(target->data[0][23 * target->linesize[0]], 250);
+        EXPECT_TRUE(target.OwnsData());
+        ASSERT_EQ(av_frame_ref(kept.get(), target.get()), 0);
+    }
+    EXPECT_GT(kept->data[0][23 * kept->linesize[0]], 250) << "a reference outlives the owner";
+
+    AVFrame bare = {};  // memory of the caller's
+    std::vector<uint8_t> pixels(32 * 24 * 4);
+    bare.width = 32, bare.height = 24, bare.format = AV_PIX_FMT_BGRA;
+    bare.data[0] = pixels.data();
+    bare.linesize[0] = 32 * 4;
+    EXPECT_EQ(scaler.Scale(*source.get(), bare), 24);
+    EXPECT_EQ(bare.data[0], pixels.data());
+    EXPECT_EQ(pixels.back(), 255);
 }
 
 TEST(SafeFrame, SaysWhichPictureThereIsNoMemoryFor)

@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <numeric>
 #include <optional>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace Quorva::Proc {
@@ -250,6 +252,146 @@ TEST(SafeSwsContext, SamplesBeyondTheirDepthAreTheLargest)
             }
     }
     EXPECT_GT(formats, 40);
+}
+
+/// Samples of all values that the components have, written by FFmpeg; the bits between them are as in `fill`.
+Frame Noise(AVPixelFormat format, int width, int height, bool fill)
+{
+    Frame frame = NewFrame(format, width, height);
+    uint32_t noise = 1;
+    const auto next = [&] { return (noise = noise * 1664525 + 1013904223) >> 8; };
+    for (int plane = 0; plane < 4 && frame->buf[plane]; ++plane)
+        for (size_t at = 0; at < frame->buf[plane]->size; ++at)
+            frame->buf[plane]->data[at] = fill ? static_cast<uint8_t>(next()) : 0;
+    const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(format);
+    std::vector<uint32_t> row(static_cast<size_t>(width));
+    for (int c = 0; c < (d.flags & AV_PIX_FMT_FLAG_PAL ? 1 : d.nb_components); ++c) {
+        const bool chroma = (c == 1 || c == 2) && !(d.flags & AV_PIX_FMT_FLAG_RGB);
+        const int columns = chroma ? AV_CEIL_RSHIFT(width, d.log2_chroma_w) : width;
+        const int rows = chroma ? AV_CEIL_RSHIFT(height, d.log2_chroma_h) : height;
+        for (int y = 0; y < rows; ++y) {
+            for (uint32_t& value : row)
+                value = d.flags & AV_PIX_FMT_FLAG_FLOAT
+                            ? (d.comp[c].depth == 32 ? 0x3f000000 : 0x3800) + next() % 512
+                            : static_cast<uint32_t>(next() & ((1ull << d.comp[c].depth) - 1));
+            av_write_image_line2(row.data(), frame->data, frame->linesize, &d, 0, y, c, columns, 4);
+        }
+    }
+    return frame;
+}
+
+std::vector<uint8_t> Pixels(const Frame& frame)
+{
+    const auto format = static_cast<AVPixelFormat>(frame->format);
+    std::vector<uint8_t> pixels(
+        static_cast<size_t>(av_image_get_buffer_size(format, frame->width, frame->height, 1)));
+    av_image_copy_to_buffer(pixels.data(), static_cast<int>(pixels.size()), frame->data, frame->linesize,
+                            format, frame->width, frame->height, 1);
+    return pixels;
+}
+
+TEST(SafeSwsContext, GivesFFmpegsPixelsForEveryPairOfFormats)
+{
+    constexpr int width = 36, height = 20;
+    int compared = 0;
+    for (const AVPixFmtDescriptor* d = nullptr; (d = av_pix_fmt_desc_next(d));) {
+        const AVPixelFormat from = av_pix_fmt_desc_get_id(d);
+        if (!sws_isSupportedInput(from))
+            continue;
+        // Between the samples of words there may be anything but above them: that is another test's.
+        const bool words =
+            d->comp[0].depth > 8 && d->comp[0].depth < 16 && !d->comp[0].shift &&
+            d->comp[0].step ==
+                2 + 2 * (d->comp[0].plane == d->comp[d->nb_components - 1].plane) * (d->nb_components - 1);
+        for (const bool fill : {false, true}) {
+            if (fill && words)
+                continue;
+            const Frame source = Noise(from, width, height, fill);
+            for (const AVPixelFormat to :
+                 {AV_PIX_FMT_BGRA, AV_PIX_FMT_GBRP10, AV_PIX_FMT_GBRAP, AV_PIX_FMT_RGBA64, AV_PIX_FMT_RGB565,
+                  AV_PIX_FMT_X2RGB10, AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV444P10, AV_PIX_FMT_GRAY8,
+                  AV_PIX_FMT_NV12, AV_PIX_FMT_P010}) {
+                if (from == to)
+                    continue;
+                std::vector<uint8_t> expected[2];
+                for (std::vector<uint8_t>& pixels : expected) {
+                    const Frame target = NewFrame(to, width, height);
+                    SwsContext* const context = sws_getContext(width, height, from, width, height, to,
+                                                               SWS_BICUBIC, nullptr, nullptr, nullptr);
+                    ASSERT_TRUE(context);
+                    sws_scale(context, source->data, source->linesize, 0, height, target->data,
+                              target->linesize);
+                    sws_freeContext(context);
+                    pixels = Pixels(target);
+                }
+                if (expected[0] != expected[1])
+                    continue;  // FFmpeg leaves something unwritten
+                ++compared;
+                const Frame target = NewFrame(to, width, height);
+                const SafeSwsContext scaler(SwsCtxParams{
+                    {width, height, from},
+                    {width, height, to  },
+                    SWS_BICUBIC
+                });
+                scaler.Scale(SwsSource(source), SwsDestination(target));
+                EXPECT_EQ(Pixels(target), expected[0])
+                    << d->name << " to " << av_get_pix_fmt_name(to) << ' ' << fill;
+            }
+        }
+    }
+    EXPECT_GT(compared, 3000);
+}
+
+TEST(SafeSwsContext, SlicesOutsideThePictureAreRefusedUnread)
+{
+    const SafeSwsContext scaler(SwsCtxParams{
+        {16, 24, AV_PIX_FMT_YUV420P10},
+        {16, 24, AV_PIX_FMT_BGRA     }
+    });
+    const Frame target = NewFrame(AV_PIX_FMT_BGRA, 16, 24);
+    SwsSource unreadable;
+    std::ranges::fill(unreadable.data, reinterpret_cast<const uint8_t*>(64));
+    std::ranges::fill(unreadable.linesize, 64);
+    for (const auto& [y, rows] : {
+             std::pair(0, 25),
+             {20,      5000   },
+             {-5,      5000   },
+             {-4,      28     },
+             {-1,      1      },
+             {24,      2      },
+             {4,       -4     },
+             {2,       INT_MAX},
+             {INT_MAX, INT_MAX},
+             {INT_MIN, 0      },
+             {1,       2      },
+             {0,       3      }
+    })
+        EXPECT_EQ(scaler.Scale(unreadable, y, rows, SwsDestination(target)), AVERROR(EINVAL))
+            << y << '+' << rows;
+}
+
+TEST(SafeSwsContext, LanczosNeedsAWindow)
+{
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    SwsCtxParams params = {
+        {16, 16, AV_PIX_FMT_YUV420P, Conf::YCbCrMatrix::BT709    },
+        {16, 16, AV_PIX_FMT_YUV420P, Conf::YCbCrMatrix::SMPTE170M},
+        SWS_LANCZOS
+    };
+    for (const int width : {16, 9})
+        for (const double window : {0.0, -1.0, nan, -0.1}) {
+            params.dst.width = width;
+            params.params = {window, 0};
+            EXPECT_EQ(FailureOf<SafeSwsContext::Exception>([&] { SafeSwsContext{params}; }).description,
+                      "Can't init SW Scale context");
+        }
+    for (const double window : {1e-9, 0.5, 3.0, 10.0, static_cast<double>(SWS_PARAM_DEFAULT)}) {
+        params.params = {window, nan};
+        EXPECT_TRUE(SafeSwsContext{params});
+    }
+    params.flags = SWS_BICUBIC;
+    params.params = {0, -1};
+    EXPECT_TRUE(SafeSwsContext{params});
 }
 
 TEST(SafeSwsContext, RefusedSizesAreNamed)

@@ -66,6 +66,9 @@ TEST(Reduce, DividesByTheGreatestCommonDivisor)
     ExpectReduced<int64_t>(-4, 6, -2, 3);
     ExpectReduced<int64_t>(INT64_C(6) << 40, INT64_C(4) << 40, 3, 2);
     ExpectReduced<int64_t>(INT64_MIN, 6, INT64_MIN / 2, 3);
+    ExpectReduced<int64_t>(INT64_MIN, INT64_MIN, INT64_MIN, INT64_MIN);
+    ExpectReduced<int64_t>(6, 0, 1, 0);
+    ExpectReduced<int64_t>(0, -6, 0, -6);
 }
 
 }  // namespace

@@ -1,18 +1,25 @@
 // What the program's commands build on.
 #include "tools/support/Failure.h"
+#include "tools/support/OffsetInput.h"
 #include "tools/support/OpenedInput.h"
+#include "tools/support/OutputFiles.h"
+#include "tools/support/SpooledInput.h"
 #include "tools/support/Suggest.h"
 #include "tools/support/Text.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
 #include "host/Exception.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <boost/exception/get_error_info.hpp>
 
 #include <string>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace Quorva::Tool {
 namespace {
@@ -155,6 +162,95 @@ TEST(OpenedInput, ReadsZerosWhereAStreamThrowsUnlessItDoesSoOnAndOn)
         EXPECT_THAT(failure, testing::StartsWith(row.failure));
         EXPECT_EQ(failure.empty(), row.from == row.to);
     }
+}
+
+TEST(OutputFiles, KeepsWhatItReplacesAsItWasUntilTheEnd)
+{
+    namespace fs = std::filesystem;
+    const TemporaryFolder folder;
+    const std::string victim = folder.Put("victim", "precious");
+    const auto write = [](OutputFiles& files, const std::string& path) {
+        files.Create(path)->Write(reinterpret_cast<const uint8_t*>("new"), 3);
+    };
+    {
+        OutputFiles files(false, false);
+        write(files, folder.At("swapped"));
+        fs::remove(folder.At("swapped.part"));
+        fs::create_symlink(victim, folder.At("swapped.part"));
+        EXPECT_THROW(files.Commit(), Core::IOException) << "the name isn't that of the file any more";
+    }
+    EXPECT_EQ(fs::file_size(victim), 8u);
+    EXPECT_FALSE(fs::exists(folder.At("swapped")));
+
+    fs::create_symlink("dangling", folder.At("link"));
+    fs::permissions(victim, fs::perms(0440));
+    OutputFiles files(true, false);
+    write(files, folder.At("link"));
+    write(files, victim);
+    files.Commit();
+    EXPECT_TRUE(fs::is_symlink(folder.At("link")));
+    EXPECT_EQ(fs::file_size(folder.At("dangling")), 3u);
+    EXPECT_EQ(fs::status(victim).permissions(), fs::perms(0440));
+    EXPECT_EQ(fs::file_size(victim), 3u);
+    EXPECT_EQ(FilesIn(folder.path).size(), 3u) << "no provisional file is left";
+}
+
+TEST(SpooledInput, KeepsNoMoreThanItsLimit)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string bytes(1000, 'x');
+    ASSERT_EQ(write(ends[1], bytes.data(), bytes.size()), 1000);
+    close(ends[1]);
+    SpooledInput input(ends[0], "pipe ", 999);
+    try {
+        input.FillAll();
+        ADD_FAILURE() << "kept all of it";
+    } catch (const Core::IOException& e) {
+        EXPECT_THAT(e.what(), testing::StartsWith("pipe is longer than 999 bytes, the most that is kept"));
+    }
+    close(ends[0]);
+}
+
+TEST(OffsetInput, CountsFromItsStart)
+{
+    const auto inner = Core::DataInputMemory::Create({'a', 'b', 'c', 'd'}, "name");
+    OffsetInput input(inner, 1);
+    uint8_t byte = 0;
+    EXPECT_EQ(input.GetSize(), 3u);
+    input.MoveTo(2);
+    EXPECT_EQ(input.MoveBy(-1), 1u);
+    EXPECT_THROW(input.MoveBy(-2), Core::IOException);
+    EXPECT_THROW(input.MoveTo(UINT64_MAX), Core::IOException);
+    EXPECT_EQ(input.Read(&byte, 1), 1u);
+    EXPECT_EQ(byte, 'c') << "a refused move leaves the position";
+}
+
+TEST(OpenedInput, ReadsPositionsBehindATag)
+{
+    // A picture whose directory says where its bytes are.
+    av_log_set_level(AV_LOG_QUIET);
+    const std::string icon(
+        "\0\0\1\0\1\0\1\1\0\0\1\0\x20\0\x30\0\0\0\x16\0\0\0\x28\0\0\0\1\0\0\0\2\0\0\0\1\0\x20", 38);
+    const TemporaryFolder folder;
+    const auto check = [&](const std::string& tag, const char* name, const std::string& media,
+                           uint64_t packets) {
+        SCOPED_TRACE(name);
+        const DetectedInput detected = DetectInput(folder.Put(name, tag + media));
+        EXPECT_EQ(detected.mediaStart, tag.size());
+        std::string failure;
+        EXPECT_EQ(CountPackets(detected, failure), packets) << failure;
+    };
+    const std::string id3 = std::string("ID3\4\0\0\0\0\1\0", 10) + std::string(128, '\0');
+    const std::string ape(
+        "APETAGEX\xd0\7\0\0\x20\0\0\0\0\0\0\0\0\0\0\xa0\0\0\0\0\0\0\0\0"
+        "APETAGEX\xd0\7\0\0\x20\0\0\0\0\0\0\0\0\0\0\x80\0\0\0\0\0\0\0\0",
+        64);
+    check(id3, "a.ico", icon + std::string(32, '\1'), 1);
+    check(
+        ape, "b.au",
+        std::string(".snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x1f\x40\0\0\0\1", 24) + std::string(64, '\1'),
+        1);
 }
 
 TEST(Failure, KnowsItsKind)

@@ -273,7 +273,9 @@ AVCodecID CodecNamed(const std::string& name, AVMediaType kind)
         {"jpeg",  AV_CODEC_ID_MJPEG     },
         {"mpeg2", AV_CODEC_ID_MPEG2VIDEO},
         {"mpeg1", AV_CODEC_ID_MPEG1VIDEO},
-        {"pcm",   AV_CODEC_ID_PCM_S16LE }
+        {"pcm",   AV_CODEC_ID_PCM_S16LE },
+        {"vtt",   AV_CODEC_ID_WEBVTT    },
+        {"tx3g",  AV_CODEC_ID_MOV_TEXT  },
     };
     const AVCodec* const encoder = avcodec_find_encoder_by_name(name.c_str());
     const auto* const other =

@@ -5,6 +5,7 @@
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Logging.h"
 
 #include <fmt/format.h>
 
@@ -38,7 +39,8 @@ void CopyStage::Take(AVPacket& packet)
         done = true;
         return;
     }
-    if (frame.cutStart && !begun && decoded != AV_NOPTS_VALUE) {
+    const bool isSubtitle = source.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;  // may overlap
+    if (frame.cutStart && (!begun || isSubtitle) && decoded != AV_NOPTS_VALUE) {
         const int64_t duration = Proc::stream_to_global(packet.duration, source.time_base);
         if (source.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) {
             if (decoded + duration <= 0)
@@ -56,6 +58,14 @@ void CopyStage::Take(AVPacket& packet)
             Send(*waiting.front());
     }
     begun = true;
+    const int64_t shown = frame.FromInput(packet.pts, source.time_base);
+    if (frame.end && shown != AV_NOPTS_VALUE && shown >= *frame.end) {
+        // Shown too late, but pictures that are shown in time may refer to it.
+        late.emplace_back(Proc::CopyPacket(&packet));
+        return;
+    }
+    for (; !late.empty(); late.pop_front())
+        Send(*late.front());
     Send(packet);
 }
 
@@ -78,6 +88,10 @@ void CopyStage::Send(AVPacket& packet)
         packet.duration = std::max<int64_t>(packet.duration + packet.pts, 0);
         packet.pts = packet.dts = 0;
     }
+    if (source.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE && frame.end && packet.pts != AV_NOPTS_VALUE)
+        packet.duration =
+            std::min(packet.duration,
+                     std::max<int64_t>(Proc::global_to_stream(*frame.end, source.time_base) - packet.pts, 0));
     sink.Write(packet, stream, source.time_base);
     done = onlyOne;
 }
@@ -89,6 +103,10 @@ StreamEncoder::StreamEncoder(Proc::SafeCodecContext context, PacketSink& sink, i
 
 void StreamEncoder::Encode(const AVFrame* frame)
 {
+    if (!frame && frames == 0)
+        return;  // some encoders make packets of nothing
+    frames += frame ? 1 : 0;
+    const FFmpegErrors errors;
     const int sent = avcodec_send_frame(context.get(), frame);
     if (sent < 0 && sent != AVERROR_EOF)
         ThrowFFmpegFailure(fmt::format("encoder {} fails", context->codec->name), sent);

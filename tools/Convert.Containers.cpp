@@ -89,6 +89,9 @@ const CodecsRow codecsRows[] = {
     {"caf",      false, {V(ALAC), V(OPUS), V(PCM_S16BE), V(PCM_S24BE)}},
     {"au",       false, {V(PCM_S16BE), V(PCM_MULAW), V(PCM_ALAW)}},
     {"mp3",      true,  {V(MP3), V(PNG), V(MJPEG)}},
+    {"srt",      true,  {V(SUBRIP)}},
+    {"ass",      true,  {V(ASS)}},
+    {"webvtt",   true,  {V(WEBVTT)}},
     {"flac",     true,  {V(FLAC), V(PNG), V(MJPEG)}},
 };
 #undef V
@@ -181,14 +184,22 @@ std::vector<int> SampleRatesOf(const AVOutputFormat& muxer, AVCodecID codec)
     return {};
 }
 
-std::string FormatForPath(const std::string& path)
+const AVOutputFormat* FindMuxer(const std::string& format)
 {
     const auto& writable = Proc::GetFFMPEGSupportedOutputFormats();
+    const auto found = writable.find(format);
+    return found != writable.end() ? found->second
+           : format == "webvtt"    ? av_guess_format("webvtt", nullptr, nullptr)
+                                   : nullptr;
+}
+
+std::string FormatForPath(const std::string& path)
+{
     const std::string extension = ioPath(path).GetExtension();
     for (const std::string& format : Conf::GetFormatsByExtension(extension))
-        if (writable.contains(format))
+        if (FindMuxer(format))
             return format;
-    return writable.contains(extension) ? extension : std::string();
+    return FindMuxer(extension) ? extension : std::string();
 }
 
 }  // namespace Quorva::Tool

@@ -36,6 +36,10 @@ bool IsUsual(const AVOutputFormat& muxer, AVCodecID codec);
 /// Sample rates that the container demands of a codec; empty: any.
 std::vector<int> SampleRatesOf(const AVOutputFormat& muxer, AVCodecID codec);
 
+/// The muxer of a format that can be written: one of the pipeline's, or webvtt, which is the program's alone.
+/// Null for others.
+const AVOutputFormat* FindMuxer(const std::string& format);
+
 /// The output format for a path, by its extension; empty when none is known that can be written.
 std::string FormatForPath(const std::string& path);
 

@@ -26,6 +26,7 @@ constexpr std::string_view FORMER[] = {"encoder",
                                        "major_brand",
                                        "minor_version",
                                        "compatible_brands",
+                                       "vendor_id",
                                        "_statistics_tags",
                                        "_statistics_writing_app",
                                        "_statistics_writing_date_utc",
@@ -50,11 +51,11 @@ bool IsFormer(std::string_view key)
     });
 }
 
-void CopyTags(AVDictionary** target, const AVDictionary* source)
+/// The name that FFmpeg's muxers, and others, give to every track of a kind.
+bool IsUsualHandler(const AVDictionaryEntry& entry)
 {
-    for (const AVDictionaryEntry* entry = nullptr; (entry = av_dict_iterate(source, entry));)
-        if (!IsFormer(entry->key))
-            Proc::PutMetadata(target, entry->key, Core::CharsetEncoding::GetReadeableString(entry->value));
+    return av_strcasecmp(entry.key, "handler_name") == 0 &&
+           std::string_view(entry.value).ends_with("Handler");
 }
 
 /// Side data of a whole stream that is as true of the encoded one. Matrix and cropping have their own way.
@@ -141,6 +142,13 @@ void AddChapter(AVFormatContext& output, const AVChapter& source, int64_t start,
 
 }  // namespace
 
+void CopyTags(AVDictionary** target, const AVDictionary* source)
+{
+    for (const AVDictionaryEntry* entry = nullptr; (entry = av_dict_iterate(source, entry));)
+        if (!IsFormer(entry->key) && !IsUsualHandler(*entry))
+            Proc::PutMetadata(target, entry->key, Core::CharsetEncoding::GetReadeableString(entry->value));
+}
+
 void SetLastingSideData(AVCodecContext& encoder, const AVStream& source)
 {
     const AVCodecParameters& parameters = *source.codecpar;
@@ -171,7 +179,10 @@ void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& 
         stream.time_base = source.time_base;
         stream.avg_frame_rate = source.avg_frame_rate;
         stream.r_frame_rate = source.r_frame_rate;
-        stream.sample_aspect_ratio = source.sample_aspect_ratio;
+        // Muxers refuse two aspects. The container's is the one that players obey.
+        if (source.sample_aspect_ratio.num > 0)
+            stream.codecpar->sample_aspect_ratio = source.sample_aspect_ratio;
+        stream.sample_aspect_ratio = stream.codecpar->sample_aspect_ratio;
         return;
     }
     CopySideData(*stream.codecpar, *source.codecpar);
@@ -185,6 +196,7 @@ void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& 
 void DescribeFile(AVFormatContext& output, const AVFormatContext& input, const Plan& plan)
 {
     CopyTags(&output.metadata, input.metadata);
+    PlaceTags(output, input);
     for (const AVChapter* chapter : std::span(input.chapters, input.nb_chapters)) {
         int64_t start = Proc::stream_to_global(chapter->start, chapter->time_base) - plan.origin;
         int64_t end = Proc::stream_to_global(chapter->end, chapter->time_base) - plan.origin;

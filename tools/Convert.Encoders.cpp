@@ -4,6 +4,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Parameters.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Logging.h"
 
 #include <fmt/format.h>
 
@@ -239,6 +240,7 @@ Proc::SafeCodecContext OpenEncoder(const StreamPlan& plan, const AVStream& sourc
                                    const EncoderSetting& setting, std::vector<std::string>& notes)
 {
     const AVCodec& codec = *plan.encoder->Get();
+    const FFmpegErrors errors;
     const bool hasProfile = plan.video ? plan.video->ExistsProfile() : plan.audio->ExistsProfile();
     int result = 0;
     for (const bool withProfile : {true, false}) {

@@ -3,14 +3,15 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
+#include "tools/Convert.Header.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
+#include "tools/support/Logging.h"
 
 #include <fmt/format.h>
 #include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
-#include <span>
 
 namespace Quorva::Tool {
 
@@ -21,13 +22,12 @@ namespace {
     Proc::Details::Raise(Core::MemoryException(fmt::format("Unable to allocate memory for {}", what), size));
 }
 
-[[noreturn]] void ThrowEmpty()
+[[noreturn]] void ThrowAllRefused(const char* muxer, const std::string& reason)
 {
-    Proc::Details::Raise(Proc::ProcException() << TagDescription("nothing came of it: no packet was written")
-                                               << TagFailureKind(FailureKind::InvalidData));
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(fmt::format("{} refuses every packet: {}", muxer, reason))
+                         << TagFailureKind(FailureKind::InvalidData));
 }
-
-bool IsAttachment(const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT; }
 
 [[noreturn]] void ThrowStopped()
 {
@@ -65,7 +65,8 @@ int Output::ClosePicture(AVFormatContext* context, AVIOContext* io)
     return io->error;
 }
 
-Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files) : files(files)
+Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& files)
+    : files(files), isReordered(plan.isReordered)
 {
     AVFormatContext* fresh = nullptr;
     const int result = avformat_alloc_output_context2(&fresh, plan.muxer, nullptr, options.output.c_str());
@@ -112,11 +113,15 @@ AVStream& Output::AddStream()
 
 void Output::Begin()
 {
-    const int result = avformat_write_header(context.get(), nullptr);
-    if (result < 0 && !failure.IsSet() && file && !file->Get()->seekable)
-        ThrowFFmpegFailure(
-            fmt::format("{} refuses these streams, or can't be written into a pipe", context->oformat->name),
-            result);
+    const FFmpegErrors errors;
+    OptionSet settings;
+    // The edit lists of FFmpeg's MP4 muxer cut off what is shown before the packet stored first. Other muxers
+    // leave the option alone.
+    if (isReordered)
+        Proc::PutMetadata(&settings, "use_editlist", "0");
+    const int result = avformat_write_header(context.get(), &settings);
+    if (result < 0 && !failure.IsSet() && file && !file->Get()->seekable && AcceptsWithSeeking(*context))
+        ThrowFFmpegFailure(fmt::format("{} can't be written into a pipe", context->oformat->name), result);
     Check("refuses these streams", result);
     begun = true;
 }
@@ -155,6 +160,7 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
             position,
             Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0), target.time_base));
     ++packets;
+    const FFmpegErrors errors;
     CheckPacket("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
 }
 
@@ -167,16 +173,18 @@ void Output::CheckPacket(const char* what, int result)
     ++refused;
     if (refused == packets ? packets >= many : refused > many && 2 * refused > packets)
         Check(what, result);
-    refusal = result;
+    refusal = FFmpegReason(result);
+}
+
+void Output::Flush()
+{
+    if (refused > 0 && IsEmpty())
+        ThrowAllRefused(context->oformat->name, refusal);
+    CheckPacket("refuses the last packets", av_interleaved_write_frame(context.get(), nullptr));
 }
 
 void Output::Finish()
 {
-    if (refused > 0 && IsEmpty())
-        Check("refuses every packet", refusal);
-    if (packets == 0 && !std::ranges::any_of(std::span(context->streams, context->nb_streams), IsAttachment))
-        ThrowEmpty();
-    CheckPacket("refuses the last packets", av_interleaved_write_frame(context.get(), nullptr));
     const int result = av_write_trailer(context.get());
     if (file)
         avio_flush(file->Get());

@@ -34,14 +34,21 @@ public:
     void Begin();
     /// A packet that the muxer finds damaged is left out; too many of them are a failure.
     void Write(AVPacket& packet, int stream, AVRational timeBase) override;
-    /// Writes what is held back, and the trailer. The streams are gone then.
-    /// @throws Quorva::Exception  it fails, or nothing at all was written
+    /// Writes what is held back: no packets afterwards.
+    /// @throws Quorva::Exception  it fails, or the muxer refused every packet
+    void Flush();
+    /// Writes the trailer, after Flush().
     void Finish();
 
     /// The end of what was written last, microseconds; of any stream.
     int64_t GetPosition() const { return position; }
     uint64_t GetBytes() const;  ///< of all files so far
     bool IsEmpty() const { return packets == refused; }
+    /// Packets of a stream that the muxer has accepted. After Flush().
+    uint64_t GetWritten(int stream) const
+    {
+        return static_cast<uint64_t>(context->streams[stream]->nb_frames);
+    }
     uint64_t GetRefused() const { return refused; }  ///< packets that the muxer found damaged
 
 private:
@@ -62,9 +69,10 @@ private:
     int64_t position = 0;
     uint64_t packets = 0;
     uint64_t refused = 0;          ///< of them
-    int refusal = 0;               ///< FFmpeg's result, of the last
+    std::string refusal;           ///< FFmpeg's reason for the last
     std::vector<int64_t> lastDts;  ///< of each stream, in its time base
     bool begun = false;
+    const bool isReordered;
     std::unique_ptr<Proc::GuardedIO> file;  ///< none for pictures
     std::unique_ptr<AVFormatContext, FreeContext> context;
 };
@@ -73,6 +81,11 @@ private:
 /// @param stream  of the output, its codec already described when it is encoded
 void DescribeStream(AVStream& stream, const AVStream& source, const StreamPlan& plan,
                     const AVOutputFormat& muxer);
+/// Copies tags as UTF-8, but for those about the file that held them.
+void CopyTags(AVDictionary** target, const AVDictionary* source);
+/// Moves tags to where the container keeps them, with the file or with a stream; called once all are
+/// described.
+void PlaceTags(AVFormatContext& output, const AVFormatContext& input);
 void DescribeFile(AVFormatContext& output, const AVFormatContext& input, const Plan& plan);
 
 }  // namespace Quorva::Tool

@@ -108,10 +108,11 @@ public:
     virtual std::string GetStats() const { return {}; }
 };
 
-/// Packets that are copied, at once.
-class CopyPath final : public Path {
+/// Packets of a stage that works at once, on the thread that reads.
+template <class Stage>
+class DirectPath final : public Path {
 public:
-    CopyPath(Steps& steps, std::unique_ptr<StepSink> sink, CopyStage stage)
+    DirectPath(Steps& steps, std::unique_ptr<StepSink> sink, Stage stage)
         : steps(steps), sink(std::move(sink)), stage(std::move(stage))
     {
     }
@@ -121,13 +122,19 @@ public:
         stage.Take(packet);
         steps.Complete(step, IsDone());
     }
-    void Finish(Step& step) override { steps.Complete(step, true); }
+    void Finish(Step& step) override
+    {
+        sink->Turn(step);
+        stage.Finish();
+        steps.Complete(step, true);
+    }
     bool IsDone() const override { return stage.IsDone(); }
+    uint64_t GetDamaged() const override { return stage.GetDamaged(); }
 
 private:
     Steps& steps;
     const std::unique_ptr<StepSink> sink;  ///< the stage's
-    CopyStage stage;
+    Stage stage;
 };
 
 /// Things on their way from one thread to another one. Whoever is ahead waits.

@@ -3,6 +3,9 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/Convert.Containers.h"
 #include "tools/Convert.Encoders.h"
+#include "tools/Convert.Header.h"
+#include "tools/Convert.Subtitles.h"
+#include "tools/support/Logging.h"
 #include "tools/support/OutputFiles.h"
 #include "tools/support/Suggest.h"
 
@@ -30,18 +33,37 @@ std::string Describe(const AVStream& stream)
                        CodecName(stream.codecpar->codec_id));
 }
 
-bool IsKnown(const AVStream& stream)
+/// Why a stream of pictures or sound is not described well enough to be converted; empty when it is.
+std::string Unknown(const AVStream& stream)
 {
     const AVCodecParameters& parameters = *stream.codecpar;
-    switch (parameters.codec_type) {
-        case AVMEDIA_TYPE_VIDEO:
-            return parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0 && parameters.height > 0;
-        case AVMEDIA_TYPE_AUDIO:
-            return parameters.codec_id != AV_CODEC_ID_NONE && parameters.sample_rate > 0 &&
-                   parameters.ch_layout.nb_channels > 0;
-        default:
-            return true;
+    const bool isVideo = parameters.codec_type == AVMEDIA_TYPE_VIDEO;
+    if (!isVideo && parameters.codec_type != AVMEDIA_TYPE_AUDIO)
+        return {};
+    if (parameters.codec_id == AV_CODEC_ID_NONE) {
+        char code[AV_FOURCC_MAX_STRING_SIZE];
+        return parameters.codec_tag == 0 ? "FFmpeg doesn't know its codec"
+                                         : fmt::format("FFmpeg knows no codec of the code {}",
+                                                       av_fourcc_make_string(code, parameters.codec_tag));
     }
+    const char* missing = isVideo                      ? "the size of its pictures"
+                          : parameters.sample_rate > 0 ? "its number of channels"
+                                                       : "its sample rate";
+    if (isVideo ? parameters.width > 0 && parameters.height > 0
+                : parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0)
+        return {};
+    const AVCodec* const decoder = avcodec_find_decoder(parameters.codec_id);
+    std::string words = decoder ? FFmpegErrors::First(decoder->name) : "this FFmpeg has no decoder for it";
+    if (words.empty())
+        words = "the decoder found none in its first packets";
+    return fmt::format("{} is unknown: {}", missing, words);
+}
+
+/// Demuxers of single pictures.
+bool IsOfPictures(const AVInputFormat& demuxer)
+{
+    const std::string_view name = demuxer.name;
+    return name == "image2" || name.ends_with("_pipe");
 }
 
 /// Works out one plan. The member functions are its steps.
@@ -82,6 +104,10 @@ private:
     const std::string& CodecAskedFor(AVMediaType kind) const;
     AVCodecID TargetOf(const AVStream& stream) const;
     int Places(AVMediaType kind) const;
+    std::string RefusalOf(const AVStream& stream, Treatment treatment = Treatment::Copy) const
+    {
+        return RefusalOfCopy(stream, treatment, *plan.muxer, options.output);
+    }
     void LeaveOut(const AVStream& stream, std::string_view why)
     {
         plan.leftOut.push_back(fmt::format("{} is left out: {}", Describe(stream), why));
@@ -101,14 +127,14 @@ void Planner::ChooseFormat()
     const auto& writable = Proc::GetFFMPEGSupportedOutputFormats();
     // People give extensions for formats: mkv.
     if (const std::string meant = FormatForPath("x." + plan.format);
-        !plan.format.empty() && !writable.contains(plan.format) && !meant.empty())
+        !plan.format.empty() && !FindMuxer(plan.format) && !meant.empty())
         plan.format = meant;
     if (plan.format.empty()) {
         plan.format = FormatForPath(options.output);
         if (plan.format.empty())
             ThrowUsage(fmt::format("the name '{}' doesn't tell a format that can be written; --format does",
                                    options.output));
-    } else if (!writable.contains(plan.format)) {
+    } else if (!FindMuxer(plan.format)) {
         std::vector<std::string> names;
         for (const auto& [name, muxer] : writable)
             names.push_back(name);
@@ -116,20 +142,24 @@ void Planner::ChooseFormat()
         ThrowUsage(
             fmt::format("format '{}' can't be written{}", plan.format, DidYouMean(plan.format, names)));
     }
-    plan.muxer = Proc::GetOutputFormat(plan.format);
+    plan.muxer = FindMuxer(plan.format);
     container = ContainerOf(plan.format, *plan.muxer, options.output);
     if (plan.muxer->name == std::string_view("image2") && IsStreamPath(options.output))
         plan.muxer = Proc::GetOutputFormat(Conf::IFormatFile::FORMAT_IMAGE2PIPE);
     plan.images = plan.muxer->name == std::string_view("image2");
     plan.oneImage = plan.images && !av_filename_number_test(options.output.c_str());
+    plan.still = plan.oneImage || IsOfPictures(*input.iformat);
     if (plan.muxer->flags & AVFMT_NOFILE && !plan.images)
         ThrowRefused(fmt::format("{} is not written to files", plan.format));
 }
 
 void Planner::CheckOptions() const
 {
+    if (const std::string fault = plan.images ? NumberFault(options.output) : ""; !fault.empty())
+        ThrowUsage(fmt::format("'{}' can't name pictures: {}; give the number one place, %d or %03d",
+                               options.output, fault));
     if (!options.subtitleCodec.empty() && options.subtitleCodec != COPY && options.subtitleCodec != NONE)
-        ThrowUsage("--subtitle-codec is copy or none: subtitles are not encoded");
+        SubtitleCodecNamed(options.subtitleCodec);
     for (const AVMediaType kind : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO})
         if (CodecAskedFor(kind) == COPY && DemandsEncoding(kind))
             ThrowUsage(fmt::format("a {} stream that is copied stays as it is: leave its other options out",
@@ -233,8 +263,8 @@ void Planner::Treat(const AVStream& stream)
     const AVMediaType kind = stream.codecpar->codec_type;
     if (CodecAskedFor(kind) == NONE)
         return LeaveOut(stream, "as asked");
-    if (!IsKnown(stream))
-        return LeaveOut(stream, "nothing is known about it");
+    if (const std::string unknown = Unknown(stream); !unknown.empty())
+        return LeaveOut(stream, unknown);
     switch (kind) {
         case AVMEDIA_TYPE_VIDEO:
             return IsCover(stream) ? TreatCover(stream) : TreatFilm(stream);
@@ -253,11 +283,14 @@ void Planner::Treat(const AVStream& stream)
 
 void Planner::Copy(const AVStream& stream, Treatment treatment)
 {
+    const std::string refusal = RefusalOf(stream, treatment);
+    if (!refusal.empty())
+        return LeaveOut(stream, fmt::format("{} refuses it: {}", plan.format, refusal));
     StreamPlan& copy = plan.streams.emplace_back();
     copy.input = stream.index;
     copy.treatment = treatment;
-    copy.text =
-        Describe(stream) + (treatment == Treatment::Attach ? " becomes an attached file" : " is copied");
+    copy.name = Describe(stream);
+    copy.text = copy.name + (treatment == Treatment::Attach ? " becomes an attached file" : " is copied");
     ++taken[stream.codecpar->codec_type];
 }
 
@@ -278,11 +311,24 @@ void Planner::TreatCover(const AVStream& stream)
 
 void Planner::TreatSubtitle(const AVStream& stream)
 {
-    if (container.subtitles == 0 || !Holds(*plan.muxer, stream.codecpar->codec_id))
-        return LeaveOut(stream, fmt::format("{} doesn't hold it", plan.format));
+    const AVCodecID codec = stream.codecpar->codec_id;
+    const AVCodecID target = container.subtitles == 0
+                                 ? AV_CODEC_ID_NONE
+                                 : SubtitleTarget(codec, *plan.muxer, plan.format, options.subtitleCodec);
+    if (target == AV_CODEC_ID_NONE)
+        return LeaveOut(stream, fmt::format("{} cannot store {}", plan.format,
+                                            container.subtitles > 0 && !IsTextSubtitle(codec)
+                                                ? "it, and bitmaps cannot be converted to text"
+                                                : "it"));
+    if (const int best = BestSubtitle(input, *plan.muxer);
+        container.subtitles == 1 && options.map.empty() && best >= 0 && best != stream.index)
+        return LeaveOut(stream, fmt::format("{} holds one such stream, and {} is better", plan.format, best));
     if (taken[AVMEDIA_TYPE_SUBTITLE] >= container.subtitles)
         return LeaveOut(stream, fmt::format("{} holds no more of them", plan.format));
-    Copy(stream);
+    if (target == codec)
+        return Copy(stream);
+    plan.streams.push_back(PlanSubtitle(stream, target));
+    ++taken[AVMEDIA_TYPE_SUBTITLE];
 }
 
 AVCodecID Planner::TargetOf(const AVStream& stream) const
@@ -313,6 +359,8 @@ void Planner::TreatFilm(const AVStream& stream)
         if (!plan.images && !Holds(*plan.muxer, codec))
             ThrowRefused(fmt::format("{} doesn't hold {} ({}): it can't be copied", plan.format,
                                      CodecName(codec), Describe(stream)));
+        if (const std::string refusal = RefusalOf(stream); !refusal.empty())
+            ThrowRefused(fmt::format("{} refuses a copy of {}: {}", plan.format, Describe(stream), refusal));
         if (input.iformat->flags & AVFMT_NOTIMESTAMPS && stream.codecpar->video_delay > 0 &&
             !(plan.muxer->flags & AVFMT_NOTIMESTAMPS))
             plan.notes.push_back(
@@ -321,19 +369,23 @@ void Planner::TreatFilm(const AVStream& stream)
                             stream.index));
         return Copy(stream);
     }
-    // What is usual in the container goes there as it is, unless the result is to be another or to begin and
-    // end between two key pictures.
+    // What is usual in the container goes there as it is, unless the result is to be another or to begin
+    // between two key pictures.
     const std::vector<int> rates = SampleRatesOf(*plan.muxer, codec);
     const bool rateFits = kind != AVMEDIA_TYPE_AUDIO || rates.empty() ||
                           std::ranges::find(rates, stream.codecpar->sample_rate) != rates.end();
     // Raw streams don't say when pictures are shown that come in another order.
     const bool isOrderKnown =
         !(input.iformat->flags & AVFMT_NOTIMESTAMPS) || stream.codecpar->video_delay == 0;
-    const bool untouched = isOrderKnown && !DemandsEncoding(kind) && !options.start && !options.duration &&
+    const bool untouched = isOrderKnown && !DemandsEncoding(kind) && options.start.value_or(0) <= 0 &&
                            options.encoderOptions.empty() && options.encoderImplementation.empty();
+    std::string refusal;
     if (asked.empty() && untouched && rateFits && !plan.images && IsUsual(*plan.muxer, codec) &&
-        Holds(*plan.muxer, codec))
-        return Copy(stream);
+        Holds(*plan.muxer, codec)) {
+        refusal = RefusalOf(stream);
+        if (refusal.empty())
+            return Copy(stream);
+    }
 
     if (stream.codecpar->format < 0)
         return LeaveOut(stream, "it can't be decoded");
@@ -348,7 +400,12 @@ void Planner::TreatFilm(const AVStream& stream)
             ? PlanVideo(const_cast<AVFormatContext&>(input), stream, target, container, options, plan)
             : PlanAudio(stream, target, SampleRatesOf(*plan.muxer, target), options, plan);
     encoded.onlyOne = plan.oneImage;
-    encoded.text = fmt::format("{} {}", Describe(stream), encoded.text);
+    encoded.name = Describe(stream);
+    encoded.text = fmt::format("{} {}", encoded.name, encoded.text);
+    if (!refusal.empty())
+        encoded.text += fmt::format("; {} refuses a copy: {}", plan.format, refusal);
+    if (plan.oneImage && !IsOfPictures(*input.iformat) && !IsCover(stream))
+        plan.notes.push_back("only the first picture is written; %03d in the name takes all of them");
     plan.streams.push_back(std::move(encoded));
     ++taken[kind];
 }
@@ -356,10 +413,14 @@ void Planner::TreatFilm(const AVStream& stream)
 void Planner::SetTimes()
 {
     // Times below 0 are what decoders need before the beginning.
+    // A subtitle file begins with the film, not with its first line.
+    const bool isSubtitleFile = HasOnlySubtitles(input);
     const int64_t first = input.start_time == AV_NOPTS_VALUE ? 0 : std::max<int64_t>(input.start_time, 0);
-    plan.origin = first + options.start.value_or(0);
+    const int64_t skipped = isSubtitleFile ? first : 0;
+    plan.origin = first - skipped + options.start.value_or(0);
     plan.end = options.duration;
-    if (options.start && input.duration != AV_NOPTS_VALUE && *options.start >= input.duration)
+    plan.isPart = options.start.value_or(0) > 0 || options.duration;
+    if (options.start && input.duration != AV_NOPTS_VALUE && *options.start >= skipped + input.duration)
         ThrowUsage("--start lies behind the end of the input");
 }
 

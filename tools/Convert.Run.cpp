@@ -1,13 +1,18 @@
 // The conversion itself: input, paths and output brought together.
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
 #include "tools/Convert.Encoders.h"
+#include "tools/Convert.LookAhead.h"
+#include "tools/Convert.Outcome.h"
 #include "tools/Convert.Output.h"
 #include "tools/Convert.Pipeline.h"
 #include "tools/Convert.Progress.h"
+#include "tools/Convert.Subtitles.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
+#include "tools/support/Logging.h"
 #include "tools/support/OutputFiles.h"
+#include "tools/support/ReadableText.h"
 #include "tools/support/Text.h"
 
 #include <fmt/format.h>
@@ -77,9 +82,12 @@ private:
         std::vector<std::unique_ptr<Path>> owned;  ///< null for streams that take no part
         std::map<int, Path*> paths;                ///< by input stream
         std::set<int> awaited;                     ///< input streams whose end is the end
+        std::map<int, uint64_t> read;              ///< packets, by input stream
+        EarlierSubtitles earlier;                  ///< on the screen when the output begins
 
         PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
         bool Write(size_t ahead);
+        void TakeEarlier();
         void Finish();
     };
 
@@ -97,8 +105,12 @@ private:
     std::unique_ptr<FrameStage> MakeStage(const AVStream& source, size_t index, PacketSink& sink,
                                           AVStream* target, const EncoderSetting& setting);
     TimeFrame GetTimeFrame() const { return {plan.origin, plan.end, options.start.value_or(0) > 0}; }
-    void Prepare(OpenedInput& input) const;
-    bool Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress);
+    void Select(OpenedInput& input) const;
+    void SetOrigin(LookAhead& beginning);
+    void Seek(OpenedInput& input, LookAhead& beginning, EarlierSubtitles& earlier) const;
+    std::set<int> PictureStreams(const OpenedInput& input) const;
+    bool Transport(OpenedInput& input, LookAhead& beginning, Pass& pass, ConvertProgress& progress);
+    void Complete(const OpenedInput& input, Pass& pass);
     EncoderSetting SettingFor(size_t index, int pass) const;
     std::optional<int64_t> ExpectedDuration(const OpenedInput& input) const;
 
@@ -109,9 +121,10 @@ private:
     std::optional<TemporaryFolder> notesOfEncoders;
     std::map<size_t, std::string> passStats;  ///< of the plan's streams
     std::set<std::string> told;
-    std::map<int, uint64_t> damaged;  ///< packets without effect, by input stream
-    uint64_t refused = 0;             ///< packets that the muxer found damaged
-    std::exception_ptr readFailure;   ///< where reading ended early; what came before is converted
+    std::map<int, uint64_t> damaged;      ///< packets without effect, by input stream
+    std::vector<StreamOutcome> outcomes;  ///< of the plan's streams, when the last pass is complete
+    uint64_t refused = 0;                 ///< packets that the muxer found damaged
+    std::exception_ptr readFailure;       ///< where reading ended early; what came before is converted
     int64_t position = 0;
     uint64_t bytes = 0;
 };
@@ -145,8 +158,8 @@ EncoderSetting Conversion::SettingFor(size_t index, int pass) const
     return setting;
 }
 
-/// Nothing is read of streams that stay behind, and of the others nothing long before the beginning.
-void Conversion::Prepare(OpenedInput& input) const
+/// Makes the demuxer read the streams of the plan and no others.
+void Conversion::Select(OpenedInput& input) const
 {
     for (unsigned i = 0; i < input->nb_streams; ++i)
         input->streams[i]->discard = AVDISCARD_ALL;
@@ -156,11 +169,43 @@ void Conversion::Prepare(OpenedInput& input) const
     if (std::ranges::any_of(plan.streams,
                             [](const StreamPlan& stream) { return stream.treatment == Treatment::Copy; }))
         input->flags |= AVFMT_FLAG_GENPTS;  // decoders find out when pictures are shown; muxers can't
+}
+
+/// The input begins with what it shows first, which may be stored behind other pictures.
+void Conversion::SetOrigin(LookAhead& beginning)
+{
+    const int64_t start = options.start.value_or(0);
+    const std::optional<int64_t> first = beginning.FindFirstPicture();
+    if (!first || *first + start >= plan.origin)
+        return;
+    plan.origin = *first + start;
+    plan.isReordered = std::ranges::any_of(
+        plan.streams, [](const StreamPlan& stream) { return stream.treatment == Treatment::Copy; });
+}
+
+/// Skips what lies long before the beginning.
+void Conversion::Seek(OpenedInput& input, LookAhead& beginning, EarlierSubtitles& earlier) const
+{
     if (!options.start || *options.start <= 0)
         return;
     const int64_t target = std::max(plan.origin - LEAD, plan.origin - *options.start);
+    earlier.Read(input, plan, target);
     // Where a demuxer can't, everything before is read and dropped.
-    avformat_seek_file(input.Get(), -1, INT64_MIN, target, target, 0);
+    if (avformat_seek_file(input.Get(), -1, INT64_MIN, target, target, 0) >= 0)
+        beginning.Drop();
+}
+
+/// The streams of moving pictures.
+std::set<int> Conversion::PictureStreams(const OpenedInput& input) const
+{
+    std::set<int> streams;
+    for (const StreamPlan& stream : plan.streams) {
+        const AVStream& source = *input->streams[stream.input];
+        if (source.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+            !(source.disposition & AV_DISPOSITION_ATTACHED_PIC))
+            streams.insert(stream.input);
+    }
+    return streams;
 }
 
 /// @param target  of the output, gets to know what the encoder gives; null in a first pass
@@ -193,7 +238,10 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     std::unique_ptr<Path> path;
     if (stream.treatment == Treatment::Copy) {
         CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
-        path = std::make_unique<CopyPath>(pass.steps, std::move(sink), std::move(stage));
+        path = std::make_unique<DirectPath<CopyStage>>(pass.steps, std::move(sink), std::move(stage));
+    } else if (stream.treatment == Treatment::Subtitle) {
+        SubtitleStage stage(stream, source, GetTimeFrame(), SubtitleTick(*plan.muxer, stream), *sink, target);
+        path = std::make_unique<DirectPath<SubtitleStage>>(pass.steps, std::move(sink), std::move(stage));
     } else if (stream.treatment != Treatment::Attach) {
         EncoderSetting setting = SettingFor(index, number);
         setting.globalHeader = pass.output && pass.output->WantsGlobalHeaders();
@@ -224,6 +272,13 @@ bool Conversion::Pass::Write(size_t ahead)
     return false;
 }
 
+void Conversion::Pass::TakeEarlier()
+{
+    for (const PacketPointer& packet : earlier.Get())
+        if (const auto path = paths.find(packet->stream_index); path != paths.end())
+            path->second->Take(*packet, steps.Begin(path->first));
+}
+
 void Conversion::Pass::Finish()
 {
     for (const auto& path : owned)
@@ -233,12 +288,12 @@ void Conversion::Pass::Finish()
         steps.WriteFirst(GetSink(), true);
 }
 
-bool Conversion::Transport(OpenedInput& input, Pass& pass, ConvertProgress& progress)
+bool Conversion::Transport(OpenedInput& input, LookAhead& beginning, Pass& pass, ConvertProgress& progress)
 {
     const PacketPointer packet(Proc::CreatePacket(0));
     while (!Interruption::IsWanted()) {
         try {
-            if (!input.ReadPacket(packet.get())) {
+            if (!beginning.ReadPacket(packet.get())) {
                 pass.Write(0);
                 return true;
             }
@@ -249,10 +304,11 @@ bool Conversion::Transport(OpenedInput& input, Pass& pass, ConvertProgress& prog
             return true;
         }
         if (const auto path = pass.paths.find(packet->stream_index); path != pass.paths.end()) {
+            ++pass.read[packet->stream_index];
             // A first pass writes nothing: its position is the input's.
             const int64_t read =
                 Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
-            if (!path->second->IsDone())
+            if (!path->second->IsDone() && !pass.earlier.Forget(*packet))
                 path->second->Take(*packet, pass.steps.Begin(path->first));
             if (pass.Write(AHEAD))
                 return true;
@@ -294,29 +350,54 @@ void Conversion::Open(Pass& pass, OpenedInput& input, int number)
     }
 }
 
+/// Ends the output, unless there is nothing in it.
+void Conversion::Complete(const OpenedInput& input, Pass& pass)
+{
+    Output& output = *pass.output;
+    if (readFailure && output.IsEmpty())
+        std::rethrow_exception(readFailure);  // which is why
+    output.Flush();
+    for (size_t i = 0; i < plan.streams.size(); ++i) {
+        const int index = plan.streams[i].input;
+        StreamOutcome& outcome =
+            outcomes.emplace_back(OutcomeOf(plan.streams[i], *input->streams[index], plan));
+        outcome.read = pass.read[index];
+        outcome.damaged = damaged[index];
+        outcome.written = output.GetWritten(static_cast<int>(i));
+    }
+    if (!HasContent(outcomes)) {
+        if (readFailure)
+            std::rethrow_exception(readFailure);
+        ThrowNoContent(outcomes);
+    }
+    output.Finish();
+    refused = output.GetRefused();
+    position = output.GetPosition();
+    bytes = output.GetBytes();
+}
+
 bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progress)
 {
-    Prepare(input);
     Pass pass;
+    Select(input);
+    LookAhead beginning(input, PictureStreams(input));
+    if (number != 2)  // the first pass has found it
+        SetOrigin(beginning);
+    Seek(input, beginning, pass.earlier);
     Open(pass, input, number);
-    const bool complete = Transport(input, pass, progress);
+    pass.TakeEarlier();
+    const bool complete = Transport(input, beginning, pass, progress);
     if (!complete && number == 1)
         return false;
     pass.Finish();
-    if (Output* const output = pass.output ? &*pass.output : nullptr) {
-        if (readFailure && output->IsEmpty())
-            std::rethrow_exception(readFailure);  // which is why
-        output->Finish();
-        refused = output->GetRefused();
-        position = output->GetPosition();
-        bytes = output->GetBytes();
-    }
     for (size_t i = 0; i < pass.owned.size(); ++i) {
         if (number == 1 && pass.owned[i])
             passStats[i] = pass.owned[i]->GetStats();
         if (number != 1 && pass.owned[i])
             damaged[plan.streams[i].input] = pass.owned[i]->GetDamaged();
     }
+    if (pass.output)
+        Complete(input, pass);
     return complete;
 }
 
@@ -328,6 +409,11 @@ void Conversion::Sum(const ConvertProgress& progress) const
                              packets == 1 ? "" : "s"));
     if (refused > 0)
         Tell(fmt::format("{} damaged packet{} left out", refused, refused == 1 ? "" : "s"));
+    for (const StreamOutcome& outcome : outcomes)
+        if (outcome.IsMissing() && !outcome.IsFailure())
+            Tell(DescribeMissing(outcome));
+    if (plan.still)
+        return Tell(fmt::format("{}: {} bytes", options.output, bytes));
     std::string line = fmt::format("{}: {}, {} bytes", options.output, DurationText(position), bytes);
     if (const double speed = progress.GetSpeed(); speed > 0)
         line += fmt::format(", {:.3g} times as fast as it plays", speed);
@@ -337,7 +423,8 @@ void Conversion::Sum(const ConvertProgress& progress) const
 bool Conversion::Run()
 {
     const Interruption interruption;
-    const DetectedInput detected = DetectInput(options.input);
+    const FFmpegErrors errors;  // of opening, which say what is wrong with streams
+    const DetectedInput detected = WithReadableText(DetectInput(options.input));
     auto input = std::make_unique<OpenedInput>(detected);
     if (!input->GetStreamsWarning().empty())
         Tell(options.input + ": " + input->GetStreamsWarning());
@@ -359,7 +446,7 @@ bool Conversion::Run()
             Tell(options.output + ": stopped in the first pass; nothing was written");
             return false;
         }
-        input = std::make_unique<OpenedInput>(DetectInput(options.input));
+        input = std::make_unique<OpenedInput>(WithReadableText(DetectInput(options.input)));
         progress.BeginPass(2, 2);
     }
     complete = RunPass(*input, twoPass ? 2 : 0, progress);
@@ -373,6 +460,8 @@ bool Conversion::Run()
         std::rethrow_exception(readFailure);
     }
     input->CheckStreams();
+    if (complete)
+        CheckOutcomes(outcomes);
     return complete;
 }
 

@@ -51,8 +51,12 @@ public:
     CopyStage(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream, bool onlyOne);
     /// @param packet  emptied, or left to the caller
     void Take(AVPacket& packet);
+    /// Holds nothing back that belongs to the output.
+    void Finish() {}
     /// Whether nothing more is wanted.
     bool IsDone() const { return done; }
+    /// A copy isn't decoded, so no damage shows.
+    uint64_t GetDamaged() const { return 0; }
 
 private:
     void Send(AVPacket& packet);
@@ -64,6 +68,7 @@ private:
     const bool onlyOne;
     int64_t nextDts = AV_NOPTS_VALUE;   ///< for packets without time stamps
     std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
+    std::deque<PacketPointer> late;     ///< shown behind the end; dropped unless others in time follow
     bool begun = false;
     bool done = false;
 };
@@ -82,7 +87,8 @@ private:
     PacketSink& sink;
     const int stream;
     PacketPointer packet;
-    std::string stats;  ///< of a first pass
+    uint64_t frames = 0;  ///< encoded so far
+    std::string stats;    ///< of a first pass
 };
 
 /// Whom the decoded frames of a stream go to. One thread at a time, which needn't be the input's.

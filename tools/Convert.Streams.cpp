@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 namespace Quorva::Tool {
 
@@ -47,19 +48,90 @@ FrameSize TargetSize(const FrameSize& from, const std::optional<FrameSize>& aske
     return size;
 }
 
-/// Encoders of H.264 and HEVC refuse halves of chroma samples.
-void MakeEven(FrameSize& size, AVPixelFormat format, const AVCodec& encoder, std::vector<std::string>& notes)
+/// Sizes that encoders take are multiples of these.
+struct SizeRow {
+    std::string_view encoder;
+    int width;
+    int height;
+    bool byChroma = false;  ///< where the pixel format's chroma is as coarse
+};
+
+constexpr SizeRow sizeRows[] = {
+    {"libx264", 2, 2, true},
+    {"libx265", 2, 2, true},
+    {"utvideo", 2, 2, true},
+    {"libsvtav1", 2, 2, true},
+    {"libxvid", 2, 2},
+    {"ffvhuff", 2, 1, true},
+    {"huffyuv", 2, 1, true},
+    {"prores", 2, 1},
+    {"prores_aw", 2, 1},
+    {"v210", 2, 1},
+    {"wmv1", 2, 1},
+    {"wmv2", 2, 1},
+    {"cinepak", 4, 4},
+    {"h263p", 4, 4},
+    {"cfhd", 16, 16},
+    {"rv10", 16, 16},
+    {"rv20", 4, 4},
+    {"speedhq", 16, 16},
+};
+
+FrameSize SizeStep(AVPixelFormat format, const AVCodec& encoder)
 {
+    const auto* const row = std::ranges::find(sizeRows, std::string_view(encoder.name), &SizeRow::encoder);
+    // Other encoders of these are those of devices.
+    const bool isOther = row == std::end(sizeRows);
+    if (isOther && encoder.id != AV_CODEC_ID_H264 && encoder.id != AV_CODEC_ID_HEVC)
+        return {1, 1};
+    if (!isOther && !row->byChroma)
+        return {row->width, row->height};
     int horizontal = 0, vertical = 0;
     if (av_pix_fmt_get_chroma_sub_sample(format, &horizontal, &vertical) < 0)
-        return;
-    const FrameSize even{std::max(size.width >> horizontal, 1) << horizontal,
-                         std::max(size.height >> vertical, 1) << vertical};
+        return {1, 1};
+    return {isOther ? 1 << horizontal : std::min(row->width, 1 << horizontal),
+            isOther ? 1 << vertical : std::min(row->height, 1 << vertical)};
+}
+
+FrameSize RoundedDown(const FrameSize& size, const FrameSize& step)
+{
+    return {std::max(size.width / step.width, 1) * step.width,
+            std::max(size.height / step.height, 1) * step.height};
+}
+
+std::string Multiples(const FrameSize& step)
+{
+    return std::max(step.width, step.height) == 2
+               ? "even sizes"
+               : fmt::format("sizes that are multiples of {}", std::max(step.width, step.height));
+}
+
+void MakeEven(FrameSize& size, const FrameSize& step, const AVCodec& encoder, std::vector<std::string>& notes)
+{
+    const FrameSize even = RoundedDown(size, step);
     if (even == size)
         return;
-    notes.push_back(fmt::format("{} takes no odd sizes: {}x{} becomes {}x{}", encoder.name, size.width,
+    notes.push_back(fmt::format("{} needs {}: {}x{} becomes {}x{}", encoder.name, Multiples(step), size.width,
                                 size.height, even.width, even.height));
     size = even;
+}
+
+/// @param size   the result's
+/// @param asked  on the command line; a side may be 0
+/// @throws Quorva::Exception  the encoder refuses what was asked for
+void CheckEven(const FrameSize& size, const FrameSize& step, const FrameSize& asked, const AVCodec& encoder)
+{
+    const FrameSize below = RoundedDown(size, step);
+    if (below == size)
+        return;
+    const FrameSize above = RoundedDown({size.width + step.width - 1, size.height + step.height - 1}, step);
+    // A side that follows the other one is not named.
+    const auto text = [&](const FrameSize& even) {
+        return fmt::format("{}x{}", asked.width ? std::to_string(even.width) : "",
+                           asked.height ? std::to_string(even.height) : "");
+    };
+    ThrowRefused(fmt::format("encoder {} needs {}: {} or {} instead of {}", encoder.name, Multiples(step),
+                             text(below), text(above), text(size)));
 }
 
 /// The shape of pixels that keeps the picture's shape.
@@ -180,8 +252,15 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
                           // Only these have a place for the range beside the stream.
                           lossless && container.rotation && IsFullRange(from, parameters.color_range));
     FrameSize to = TargetSize(size, options.size, aspect);
-    if (!options.size && (target == AV_CODEC_ID_H264 || target == AV_CODEC_ID_HEVC))
-        MakeEven(to, choice.format, *stream.encoder->Get(), plan.notes);
+    const FrameSize step = SizeStep(choice.format, *stream.encoder->Get());
+    if (options.size && options.size->width == 0)
+        to.width = RoundedDown(to, step).width;
+    if (options.size && options.size->height == 0)
+        to.height = RoundedDown(to, step).height;
+    if (options.size)
+        CheckEven(to, step, *options.size, *stream.encoder->Get());
+    else
+        MakeEven(to, step, *stream.encoder->Get(), plan.notes);
     const bool freeSide = options.size && (options.size->width == 0 || options.size->height == 0);
     const AVRational toAspect = TargetAspect(size, to, aspect, freeSide);
     video->width = static_cast<unsigned>(to.width);
@@ -213,8 +292,9 @@ StreamPlan PlanVideo(AVFormatContext& input, const AVStream& source, AVCodecID t
             ThrowRefused(fmt::format("encoder {} has no use for two passes", stream.encoder->Get()->name));
         stream.twoPass = true;
     }
-    stream.result = fmt::format("{}x{} {}, {:.5g} pictures per second", to.width, to.height,
-                                av_get_pix_fmt_name(choice.format), av_q2d(stream.frameRate));
+    stream.result = fmt::format("{}x{} {}", to.width, to.height, av_get_pix_fmt_name(choice.format));
+    if (!plan.still)
+        stream.result += fmt::format(", {:.5g} pictures per second", av_q2d(stream.frameRate));
     stream.text = EncodingText(stream);
     return stream;
 }

@@ -157,7 +157,7 @@ void VideoStage::RepeatUntil(int64_t time)
 
 void VideoStage::Encode(AVFrame& converted, int64_t tick, int64_t duration)
 {
-    if (frame.end && tick >= Proc::global_to_stream(*frame.end, encoder.Get().time_base)) {
+    if (frame.end && Proc::stream_to_global(tick, encoder.Get().time_base) >= *frame.end) {
         done = true;
         return;
     }

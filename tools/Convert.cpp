@@ -3,6 +3,7 @@
 #include "tools/Command.h"
 #include "tools/support/Console.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -89,13 +90,13 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
             failure = CurrentFailure(options.output);
         if (!program.quiet)
             PrintFailure(ofOutput ? options.output : options.input, failure, program.verbosity > 0);
-        return EXIT_SOME_FAILED;
+        return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
 }
 
 void AddFiles(CLI::App& command, ConvertOptions& options)
 {
-    command.add_option("IN", options.input, "The file to read; - for standard input")
+    command.add_option("IN", options.input, "The file or pipe to read; - for standard input")
         ->required()
         ->type_name("");
     command
@@ -128,8 +129,10 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
     command.add_option("--audio-codec", options.audioCodec, "The same for sound")
         ->type_name("CODEC")
         ->group("Streams");
-    command.add_option("--subtitle-codec", options.subtitleCodec, "copy or none")
-        ->type_name("CODEC:{copy,none}")
+    command
+        .add_option("--subtitle-codec", options.subtitleCodec,
+                    "For text subtitles: subrip, ass, webvtt, mov_text, copy or none")
+        ->type_name("CODEC:{subrip,ass,webvtt,mov_text,copy,none}")
         ->group("Streams");
     command
         .add_option("--decoder-implementation", options.decoderImplementation,
@@ -150,7 +153,7 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
     command
         .add_option_function<std::string>(
             "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
-            "Convert as much")
+            "Stop after this much output; copied pictures may last a few longer")
         ->type_name("TIME")
         ->group("Streams");
 }
@@ -259,6 +262,7 @@ void AddConvert(CLI::App& app, Program& program)
         "  tessadrin convert film.mkv film.mp4\n"
         "  tessadrin convert film.mkv small.webm --size x480 --quality 60\n"
         "  tessadrin convert film.mp4 sound.flac\n"
+        "  tessadrin convert film.mkv film.srt\n"
         "  tessadrin convert film.mp4 part.mkv --video-codec copy --audio-codec copy --start 1:30 --duration "
         "10\n"
         "  tessadrin convert film.mp4 'picture%03d.png' --frame-rate 1");

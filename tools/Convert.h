@@ -33,7 +33,7 @@ struct ConvertOptions {
 
     std::string videoCodec;  ///< text identifier, COPY or NONE; the next likewise
     std::string audioCodec;
-    std::string subtitleCodec;  ///< COPY or NONE
+    std::string subtitleCodec;
     std::string decoderImplementation;
     std::string encoderImplementation;
     std::vector<std::string> map;  ///< "2", "v", "a:1"
@@ -90,15 +90,17 @@ private:
 struct StreamPlan {
     enum class Treatment {
         Copy,
-        Video,   ///< decoded, encoded
-        Audio,   ///< decoded, encoded
-        Attach,  ///< a cover picture becomes an attached file
+        Video,     ///< decoded, encoded
+        Audio,     ///< decoded, encoded
+        Subtitle,  ///< text; decoded, encoded
+        Attach,    ///< a cover picture becomes an attached file
     };
 
     int input = 0;  ///< index among the input's streams
     Treatment treatment = Treatment::Copy;
     const AVCodec* decoder = nullptr;               ///< null for copies
     std::optional<Proc::SafeEncoderCodec> encoder;  ///< nothing for copies
+    const AVCodec* subtitleEncoder = nullptr;       ///< in place of `encoder` for text subtitles
     OptionSet options;                              ///< the encoder's
     std::optional<int64_t> bitrate;
     std::optional<int> quality;  ///< the pipeline's scale
@@ -114,6 +116,7 @@ struct StreamPlan {
 
     boost::intrusive_ptr<Conf::AudioCodecDescription> audio;  ///< of the result
 
+    std::string name;    ///< "stream 0: video h264"
     std::string result;  ///< of encoding, for people: "1280x720 yuv420p, 25 pictures per second"
     std::string text;    ///< for people: "stream 0: video h264 encoded as av1 by libsvtav1, ..."
 };
@@ -124,14 +127,18 @@ struct Plan {
     const AVOutputFormat* muxer = nullptr;
     bool images = false;    ///< each packet is a file
     bool oneImage = false;  ///< and the first is the only one
+    bool still = false;     ///< a single picture, to which no rate and no duration apply
+    bool isPart = false;    ///< not everything from the beginning to the end of the input
     std::vector<StreamPlan> streams;
     std::vector<std::string> leftOut;  ///< streams that stay behind, and why
     std::vector<std::string> notes;    ///< what else doesn't survive, or isn't as asked
     int64_t origin = 0;                ///< the input's time that is 0 in the output, microseconds
     std::optional<int64_t> end;        ///< the output's time to stop at, microseconds
+    bool isReordered = false;          ///< a picture is stored before one that is shown at the beginning
 };
 
-/// Decides. Reads nothing.
+/// Decides. Reads nothing. `origin` is that of the packets stored first. Within an FFmpegErrors object that
+/// also covers opening the input, FFmpeg's words say why something isn't known of a stream.
 /// @throws UsageError         the options contradict the input or one another
 /// @throws Quorva::Exception  something is asked for that this FFmpeg lacks or the container refuses
 Plan MakePlan(const OpenedInput& input, const ConvertOptions& options);

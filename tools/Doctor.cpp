@@ -50,7 +50,8 @@ Names LackingFormats(const Known& known, const std::vector<const Format*>& prese
 {
     std::set<std::string> lacking;
     for (const auto& [name, entry] : known)
-        if (std::ranges::find(present, std::string_view(name), &Format::name) == present.end())
+        if (std::ranges::none_of(present,
+                                 [&](const Format* format) { return format->name && name == format->name; }))
             lacking.insert(std::string(name));
     return Sorted(lacking);
 }
@@ -60,7 +61,8 @@ Names GetHardware()
     Names names;
     for (AVHWDeviceType type = AV_HWDEVICE_TYPE_NONE;
          (type = av_hwdevice_iterate_types(type)) != AV_HWDEVICE_TYPE_NONE;)
-        names.emplace_back(av_hwdevice_get_type_name(type));
+        if (const char* const name = av_hwdevice_get_type_name(type))
+            names.emplace_back(name);
     return names;
 }
 

@@ -6,6 +6,7 @@
 #include "tools/support/Text.h"
 
 #include <fmt/format.h>
+#include <boost/exception/get_error_info.hpp>
 
 namespace Quorva::Tool {
 
@@ -22,27 +23,17 @@ const AVCodec* DecoderOf(const AVStream& stream)
     return codec;
 }
 
-Proc::SafeCodecContext SubtitleDecoder(const AVStream& stream)
-{
-    const AVCodec* codec = DecoderOf(stream);
-    Proc::SafeCodecContext context(codec);
-    int result = avcodec_parameters_to_context(context.get(), stream.codecpar);
-    context->pkt_timebase = stream.time_base;
-    if (result >= 0)
-        result = avcodec_open2(context.get(), codec, nullptr);
-    if (result < 0)
-        ThrowFFmpegFailure(fmt::format("decoder {} refuses stream {}", codec->name, stream.index), result);
-    return context;
-}
-
 }  // namespace
 
-StreamDump::StreamDump(const AVStream& stream, const DumpOptions& options, LibraryErrors& errors,
-                       std::string name, int64_t start)
-    : stream(stream), options(options), errors(errors), name(std::move(name)), start(start)
+StreamDump::StreamDump(const AVStream& stream, const DumpOptions& options, std::string name, int64_t start)
+    : stream(stream),
+      options(options),
+      files(options.overwrite, false, OutputFiles::Links::Replace),
+      name(std::move(name)),
+      start(start)
 {
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) {
-        subtitles = SubtitleDecoder(stream);
+        subtitles = OpenSubtitleDecoder(*DecoderOf(stream), stream);
         return;
     }
     pictures.emplace(DecoderOf(stream), stream, 0, Proc::ImplNames::FFMPEG);
@@ -107,10 +98,9 @@ void StreamDump::DumpPicture(const AVFrame& decoded)
     if (device)
         back = (*device)(decoded);
     const AVFrame& frame = back ? *back->get() : decoded;
-    Proc::AVFrame_SaveToBmp(frame.width, frame.height, &frame, name);
     const char* format = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
-    Report(frame.flags & AV_FRAME_FLAG_KEY, time,
-           fmt::format("{}x{} {}", frame.width, frame.height, format ? format : "?"));
+    Write(Proc::AVFrame_ToBmp(frame.width, frame.height, &frame), frame.flags & AV_FRAME_FLAG_KEY, time,
+          fmt::format("{}x{} {}", frame.width, frame.height, format ? format : "?"));
 }
 
 void StreamDump::DumpSubtitle(const AVSubtitle& subtitle, const AVPacket* packet)
@@ -129,8 +119,7 @@ void StreamDump::DumpSubtitle(const AVSubtitle& subtitle, const AVPacket* packet
         return;
     const AVSubtitleRect& first = *subtitle.rects[0];
     if (first.type == SUBTITLE_BITMAP) {
-        Proc::Subtitle_SaveToBmp(subtitle, name);
-        Report(false, time, fmt::format("subtitle, {}x{}", first.w, first.h));
+        Write(Proc::Subtitle_ToBmp(subtitle), false, time, fmt::format("subtitle, {}x{}", first.w, first.h));
     } else {
         ++dumped;
         fmt::print("stream {}  {}  {}\n", stream.index, TimeText(time),
@@ -144,13 +133,21 @@ std::string StreamDump::TimeText(int64_t time) const
     return time == AV_NOPTS_VALUE ? "no time" : DurationText(time - start);
 }
 
-/// Tells of the file that was just written, or throws why it was not.
-void StreamDump::Report(bool key, int64_t time, const std::string& what)
+/// Writes one file, and prints a line about it.
+void StreamDump::Write(const std::vector<uint8_t>& bitmap, bool key, int64_t time, const std::string& what)
 {
-    if (const std::string error = errors.Take(); !error.empty())
-        Proc::Details::Raise(Proc::ProcException()
-                             << TagDescription(error) << TagFailureKind(FailureKind::Unwritable));
-    fmt::print("{}  {}  {}\n", Printable(Proc::GetDumpFileName(name, dumped++, key)), TimeText(time), what);
+    const std::string path = Proc::GetDumpFileName(name, dumped, key);
+    try {
+        files.Create(path)->Write(bitmap.data(), bitmap.size());
+        files.Commit();
+    } catch (Core::IOException& e) {
+        const std::string* const reason = boost::get_error_info<TagDescription>(e);
+        e << TagDescription(fmt::format("'{}' {}", path, reason ? *reason : e.what()))
+          << TagFailureKind(FailureKind::Unwritable);
+        throw;
+    }
+    ++dumped;
+    fmt::print("{}  {}  {}\n", Printable(path), TimeText(time), what);
 }
 
 }  // namespace Quorva::Tool

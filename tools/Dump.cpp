@@ -4,6 +4,7 @@
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/OpenedInput.h"
+#include "tools/support/ReadableText.h"
 #include "tools/support/Text.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
@@ -59,7 +60,7 @@ std::vector<int> ChooseStreams(const OpenedInput& input, const DumpOptions& opti
 class FileDump {
 public:
     FileDump(const DumpOptions& options, const Program& program)
-        : options(options), program(program), input(DetectInput(options.file))
+        : options(options), program(program), input(WithReadableText(DetectInput(options.file)))
     {
         const int64_t start = input->start_time == AV_NOPTS_VALUE ? 0 : input->start_time;
         // Not examined: where FFmpeg can't jump, everything is read, and passed over up to that time.
@@ -75,8 +76,8 @@ public:
             plainName &= !plain;
             Try([&] {
                 streams.push_back(std::make_unique<StreamDump>(
-                    stream, options, errors,
-                    plain ? options.name : fmt::format("{}_stream{}", options.name, index), start));
+                    stream, options, plain ? options.name : fmt::format("{}_stream{}", options.name, index),
+                    start));
             });
         }
     }
@@ -154,7 +155,6 @@ private:
 
     const DumpOptions& options;
     const Program& program;
-    LibraryErrors errors;
     OpenedInput input;
     std::vector<std::unique_ptr<StreamDump>> streams;
     ExitCode code = EXIT_ALL_WELL;
@@ -167,7 +167,7 @@ ExitCode RunDump(const DumpOptions& options, const Program& program)
     } catch (...) {
         if (!program.quiet)
             PrintFailure(options.file, CurrentFailure(options.file), program.verbosity > 0);
-        return EXIT_SOME_FAILED;
+        return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
 }
 
@@ -178,7 +178,7 @@ void AddDump(CLI::App& app, Program& program)
     const auto options = std::make_shared<DumpOptions>();
     CLI::App* command =
         app.add_subcommand("dump", "Write pictures and bitmap subtitles as BMP files, print text subtitles");
-    command->add_option("FILE", options->file, "The file to decode; - for standard input")
+    command->add_option("FILE", options->file, "The file or pipe to decode; - for standard input")
         ->required()
         ->type_name("");
     command->add_option(
@@ -202,6 +202,7 @@ void AddDump(CLI::App& app, Program& program)
         ->add_option("--hardware", options->hardware,
                      "Send every picture to such a device and fetch it back first: opencl, vaapi, cuda ...")
         ->type_name("TYPE");
+    command->add_flag("--overwrite", options->overwrite, "Replace files that exist");
     command->add_flag("--packets", options->packets, "Print every packet that is read, times in ticks");
     command->footer(
         "Files are named NAME_000_key=1.bmp and so on, key=1 for key frames; those of further streams\n"

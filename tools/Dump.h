@@ -3,7 +3,7 @@
 #pragma once
 
 #include "tools/support/HardwareRoundTrip.h"
-#include "tools/support/Logging.h"
+#include "tools/support/OutputFiles.h"
 #include "tools/support/StreamDecoder.h"
 
 #include <cstdint>
@@ -21,6 +21,7 @@ struct DumpOptions {
     int count = 1;
     int64_t at = 0;  ///< microseconds from the file's start
     bool packets = false;
+    bool overwrite = false;
     std::string hardware;  ///< the type of device that pictures go through; empty: none
 };
 
@@ -28,12 +29,11 @@ struct DumpOptions {
 /// with a line about each.
 class StreamDump {
 public:
-    /// @param stream, options, errors  outlive the object
-    /// @param name                     how the files' names begin
-    /// @param start                    of the file, microseconds
+    /// @param stream, options  outlive the object
+    /// @param name             how the files' names begin
+    /// @param start            of the file, microseconds
     /// @throws Quorva::Exception  nothing decodes the stream, or there is no such device.
-    StreamDump(const AVStream& stream, const DumpOptions& options, LibraryErrors& errors, std::string name,
-               int64_t start);
+    StreamDump(const AVStream& stream, const DumpOptions& options, std::string name, int64_t start);
 
     int GetIndex() const { return stream.index; }
     bool IsDone() const { return dumped >= options.count; }
@@ -51,11 +51,11 @@ private:
     void DumpPicture(const AVFrame& decoded);
     void DumpSubtitle(const AVSubtitle& subtitle, const AVPacket* packet);
     std::string TimeText(int64_t time) const;
-    void Report(bool key, int64_t time, const std::string& what);
+    void Write(const std::vector<uint8_t>& bitmap, bool key, int64_t time, const std::string& what);
 
     const AVStream& stream;
     const DumpOptions& options;
-    LibraryErrors& errors;  ///< a dump that can't be written says so there alone
+    OutputFiles files;
     const std::string name;
     const int64_t start;
     std::optional<StreamDecoder> pictures;  ///< one of these two

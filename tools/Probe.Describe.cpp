@@ -105,10 +105,11 @@ VideoReport DescribeVideo(AVFormatContext* context, AVStream* stream, bool still
     if (const auto* known = PixFmtDescription::Find(Proc::PixelFormatQuorvaFromFFMPEGSafe(format)))
         video.pixelFormat = known->GetName();
     video.pixelAspect = av_guess_sample_aspect_ratio(context, stream, nullptr);
-    if (!stillImage)  // FFmpeg gives them 25 frames per second
-        video.frameRate = av_guess_frame_rate(context, stream, nullptr);
-    if (video.frameRate.num / std::max(video.frameRate.den, 1) >= 1000)
-        video.frameRate = {0, 1};  // the clock's rate, for want of frames to measure by
+    if (!stillImage) {  // FFmpeg gives them 25 frames per second
+        video.frameRate = DeclaredRate(context, stream);
+        video.averageRate = AverageRate(*context, *stream);
+    }
+    video.fieldOrder = FieldOrderName(parameters.field_order);
     if (parameters.color_primaries != AVCOL_PRI_UNSPECIFIED)
         video.primaries = av_color_primaries_name(parameters.color_primaries);
     if (parameters.color_trc != AVCOL_TRC_UNSPECIFIED)
@@ -117,6 +118,8 @@ VideoReport DescribeVideo(AVFormatContext* context, AVStream* stream, bool still
         video.matrix = av_color_space_name(parameters.color_space);
     if (parameters.color_range != AVCOL_RANGE_UNSPECIFIED)
         video.range = av_color_range_name(parameters.color_range);
+    if (parameters.chroma_location != AVCHROMA_LOC_UNSPECIFIED)
+        video.chromaLocation = av_chroma_location_name(parameters.chroma_location);
     if (const uint8_t* data = SideData(parameters, AV_PKT_DATA_FRAME_CROPPING, 16)) {
         const auto number = [data](size_t i) {
             const uint8_t* at = data + 4 * i;
@@ -139,9 +142,15 @@ AudioReport DescribeAudio(const AVCodecParameters& parameters)
         av_channel_layout_describe(&parameters.ch_layout, layout, sizeof layout) >= 0)
         audio.layout = layout;
     audio.format = Conf::SampleFormatRecord::Find(static_cast<Conf::SampleFormats>(parameters.format));
-    audio.bits = parameters.bits_per_raw_sample > 0 ? parameters.bits_per_raw_sample
-                                                    : parameters.bits_per_coded_sample;
+    audio.bits = LosslessBits(parameters);
     return audio;
+}
+
+/// A name that doesn't depend on FFmpeg having one: private streams have a type that it doesn't know.
+std::string KindOf(AVMediaType type)
+{
+    const char* name = av_get_media_type_string(type);
+    return name ? name : "other";
 }
 
 StreamReport DescribeStream(AVFormatContext* context, AVStream* stream, bool stillImage)
@@ -150,7 +159,7 @@ StreamReport DescribeStream(AVFormatContext* context, AVStream* stream, bool sti
     const std::string& implementation = Proc::ImplNames::FFMPEG;
     StreamReport report;
     report.index = stream->index;
-    report.kind = parameters.codec_type;
+    report.kind = KindOf(parameters.codec_type);
     // Not by CodecIDToTextID(): that the catalogue lacks a codec is no failure here.
     if (const auto found = GetFFCodecsMap().find(parameters.codec_id); found != GetFFCodecsMap().end())
         report.codecID = found->second;
@@ -159,6 +168,7 @@ StreamReport DescribeStream(AVFormatContext* context, AVStream* stream, bool sti
     if (parameters.codec_tag != 0)
         report.tag = av_fourcc_make_string(tag, parameters.codec_tag);
     report.profile = avcodec_profile_name(parameters.codec_id, parameters.profile);
+    report.level = DescribeLevel(parameters);
     if (const AVCodec* decoder = Proc::FindDecoder(parameters.codec_id, implementation)) {
         report.decoder = decoder->name;
         report.decoderLongName = Proc::DecoderLongNameFromCodec(parameters.codec_id, implementation);
@@ -177,10 +187,32 @@ StreamReport DescribeStream(AVFormatContext* context, AVStream* stream, bool sti
                                      stillImage || (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0);
     else if (parameters.codec_type == AVMEDIA_TYPE_AUDIO)
         report.audio = DescribeAudio(parameters);
+    DescribeSideData(parameters, report);
+    return report;
+}
+
+ProgramReport DescribeProgram(const AVProgram& program)
+{
+    ProgramReport report;
+    report.id = program.id;
+    report.number = program.program_num;
+    // Only transport streams have them; PID 0 is that of the list of programs itself.
+    if (program.pmt_pid > 0) {
+        report.pmtPid = program.pmt_pid;
+        report.pcrPid = program.pcr_pid;
+    }
+    report.metadata = TextsOf(program.metadata);
+    report.streams.assign(program.stream_index, program.stream_index + program.nb_stream_indexes);
     return report;
 }
 
 }  // namespace
+
+const std::string* ProgramReport::GetName() const
+{
+    const auto found = std::ranges::find(metadata, "service_name", &Texts::value_type::first);
+    return found != metadata.end() ? &found->second : nullptr;
+}
 
 std::string FileReport::StreamsText() const
 {
@@ -210,6 +242,12 @@ void DescribeFile(const OpenedInput& input, FileReport& report)
     if (!input.GetStreamsWarning().empty())
         report.warnings.push_back(input.GetStreamsWarning());
     DescribeNewStreams(input, report);
+    for (unsigned i = 0; i < input->nb_programs; ++i)
+        report.programs.push_back(DescribeProgram(*input->programs[i]));
+    if (report.animationRate && !report.singleImage)
+        for (StreamReport& stream : report.streams)
+            if (stream.video)
+                stream.video->frameRate = *report.animationRate;
     if (report.streams.empty() && report.warnings.empty())
         report.warnings.emplace_back("no streams were found");
 }

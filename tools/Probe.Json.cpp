@@ -1,5 +1,4 @@
 #include "tools/Probe.h"
-#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/support/Console.h"
 
 #include <fmt/format.h>
@@ -28,44 +27,150 @@ Json CountJson(const PacketCount& count)
     };
 }
 
-Json VideoJson(const VideoReport& video)
+Json PointJson(const Chromaticity& point)
 {
-    Json json{
-        {"width",        video.width                    },
-        {"height",       video.height                   },
-        {"pixel_format", OrNull(video.pixelFormat)      },
-        {"pixel_aspect", RationalJson(video.pixelAspect)},
-        {"frame_rate",   RationalJson(video.frameRate)  }
+    return {
+        {"x", point.x},
+        {"y", point.y}
     };
+}
+
+Json ColorJson(const VideoReport& video)
+{
     Json color = Json::object();
     const std::pair<const char*, const char*> rows[] = {
-        {"primaries", video.primaries},
-        {"transfer",  video.transfer },
-        {"matrix",    video.matrix   },
-        {"range",     video.range    }
+        {"primaries",       video.primaries     },
+        {"transfer",        video.transfer      },
+        {"matrix",          video.matrix        },
+        {"range",           video.range         },
+        {"chroma_location", video.chromaLocation}
     };
     for (const auto& [name, text] : rows)
         if (text)
             color[name] = text;
-    if (!color.empty())
+    return color;
+}
+
+Json CropJson(const Conf::FrameCropping& crop)
+{
+    return {
+        {"top",    crop.top   },
+        {"bottom", crop.bottom},
+        {"left",   crop.left  },
+        {"right",  crop.right }
+    };
+}
+
+Json MasteringJson(const MasteringDisplay& mastering)
+{
+    Json json = Json::object();
+    if (const auto& primaries = mastering.primaries) {
+        json["red"] = PointJson(primaries->red);
+        json["green"] = PointJson(primaries->green);
+        json["blue"] = PointJson(primaries->blue);
+        json["white"] = PointJson(primaries->white);
+    }
+    if (const auto& luminance = mastering.luminance) {
+        json["min_luminance"] = luminance->min;
+        json["max_luminance"] = luminance->max;
+    }
+    return json;
+}
+
+Json LightJson(const ContentLight& light)
+{
+    return {
+        {"max_cll",  light.maxCll },
+        {"max_fall", light.maxFall}
+    };
+}
+
+Json DolbyVisionJson(const DolbyVision& vision)
+{
+    return {
+        {"profile",           vision.profile         },
+        {"level",             vision.level           },
+        {"compatibility_id",  vision.compatibilityID },
+        {"base_layer",        vision.baseLayer       },
+        {"enhancement_layer", vision.enhancementLayer},
+        {"rpu",               vision.metadata        }
+    };
+}
+
+Json StereoJson(const Stereo3D& stereo)
+{
+    return {
+        {"layout",   stereo.layout  },
+        {"view",     stereo.view    },
+        {"inverted", stereo.inverted}
+    };
+}
+
+Json SphericalJson(const Spherical& spherical)
+{
+    return {
+        {"projection", spherical.projection},
+        {"yaw",        spherical.yaw       },
+        {"pitch",      spherical.pitch     },
+        {"roll",       spherical.roll      }
+    };
+}
+
+Json IccJson(const IccProfile& icc)
+{
+    return {
+        {"size",        icc.size                   },
+        {"description", TextOrNull(icc.description)}
+    };
+}
+
+Json GainJson(const ReplayGain& gain)
+{
+    return {
+        {"track_gain", OrNull(gain.trackGain)},
+        {"track_peak", OrNull(gain.trackPeak)},
+        {"album_gain", OrNull(gain.albumGain)},
+        {"album_peak", OrNull(gain.albumPeak)}
+    };
+}
+
+template <class T>
+void AddMember(Json& json, const char* name, const std::optional<T>& value, Json (*toJson)(const T&))
+{
+    if (value)
+        json[name] = toJson(*value);
+}
+
+Json VideoJson(const VideoReport& video)
+{
+    Json json{
+        {"width",              video.width                    },
+        {"height",             video.height                   },
+        {"pixel_format",       OrNull(video.pixelFormat)      },
+        {"pixel_aspect",       RationalJson(video.pixelAspect)},
+        {"frame_rate",         RationalJson(video.frameRate)  },
+        {"average_frame_rate", RationalJson(video.averageRate)},
+        {"field_order",        OrNull(video.fieldOrder)       }
+    };
+    if (const Json color = ColorJson(video); !color.empty())
         json["color"] = color;
-    if (const auto& crop = video.crop)
-        json["crop"] = {
-            {"top",    crop->top   },
-            {"bottom", crop->bottom},
-            {"left",   crop->left  },
-            {"right",  crop->right }
-        };
+    AddMember(json, "crop", video.crop, CropJson);
     if (video.rotation) {
         json["rotation"] = *video.rotation;
         json["mirrored"] = video.mirrored;
     }
+    AddMember(json, "mastering_display", video.mastering, MasteringJson);
+    AddMember(json, "content_light", video.light, LightJson);
+    AddMember(json, "dolby_vision", video.dolbyVision, DolbyVisionJson);
+    AddMember(json, "stereo_3d", video.stereo3D, StereoJson);
+    AddMember(json, "spherical", video.spherical, SphericalJson);
+    AddMember(json, "icc_profile", video.icc, IccJson);
     return json;
 }
 
 Json AudioJson(const AudioReport& audio)
 {
-    return {
+    Json json{
         {"sample_rate",   audio.sampleRate                                  },
         {"channels",      audio.channels                                    },
         {"layout",        TextOrNull(audio.layout)                          },
@@ -73,19 +178,22 @@ Json AudioJson(const AudioReport& audio)
         {"planar",        audio.format ? Json(audio.format->planar) : Json()},
         {"bits",          audio.bits > 0 ? Json(audio.bits) : Json()        }
     };
+    AddMember(json, "replay_gain", audio.replayGain, GainJson);
+    return json;
 }
 
 Json StreamJson(const StreamReport& stream, bool counted)
 {
-    const std::string kind = Proc::GetMediaTypeName(stream.kind);
     Json json{
         {"index",       stream.index                                },
-        {"kind",        kind.empty() ? "other" : kind               },
+        {"kind",        stream.kind                                 },
         {"codec",
          {{"id", TextOrNull(stream.codecID)},
           {"ffmpeg", stream.codecName},
           {"tag", TextOrNull(stream.tag)},
           {"profile", OrNull(stream.profile)},
+          {"level", stream.level ? Json(stream.level->name) : Json()},
+          {"level_number", stream.level ? Json(stream.level->number) : Json()},
           {"decoder", OrNull(stream.decoder)},
           {"decoder_long_name", TextOrNull(stream.decoderLongName)}}},
         {"time_base",   RationalJson(stream.timeBase)               },
@@ -105,6 +213,20 @@ Json StreamJson(const StreamReport& stream, bool counted)
     return json;
 }
 
+Json ProgramJson(const ProgramReport& program)
+{
+    const std::string* name = program.GetName();
+    return {
+        {"id",       program.id                    },
+        {"number",   program.number                },
+        {"name",     name ? Json(*name) : Json()   },
+        {"pmt_pid",  OrNull(program.pmtPid)        },
+        {"pcr_pid",  OrNull(program.pcrPid)        },
+        {"streams",  program.streams               },
+        {"metadata", MetadataJson(program.metadata)}
+    };
+}
+
 void AddContents(const FileReport& report, Json& json)
 {
     json["duration"] = OrNull(report.duration);
@@ -116,6 +238,9 @@ void AddContents(const FileReport& report, Json& json)
     Json& streams = json["streams"] = Json::array();
     for (const StreamReport& stream : report.streams)
         streams.push_back(StreamJson(stream, report.count.has_value()));
+    Json& programs = json["programs"] = Json::array();
+    for (const ProgramReport& program : report.programs)
+        programs.push_back(ProgramJson(program));
     Json& chapters = json["chapters"] = Json::array();
     for (const ChapterReport& chapter : report.chapters)
         chapters.push_back({

@@ -1,11 +1,12 @@
 #include "tools/Probe.h"
-#include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "tools/support/Console.h"
 #include "tools/support/Text.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Quorva::Tool {
 
@@ -26,9 +27,9 @@ private:
 };
 
 /// "29.97" or "25"
-std::string RateText(AVRational rate)
+std::string RateText(double rate)
 {
-    std::string text = fmt::format("{:.3f}", av_q2d(rate));
+    std::string text = fmt::format("{:.3f}", rate);
     text.erase(text.find_last_not_of('0') + 1);
     if (text.ends_with('.'))
         text.pop_back();
@@ -120,18 +121,37 @@ private:
             fmt::print("  metadata\n");
             PrintMetadata(report.metadata, "    ");
         }
+        for (const ProgramReport& program : report.programs)
+            PrintProgram(program);
         for (const StreamReport& stream : report.streams)
             PrintStream(stream, report.count.has_value());
     }
 
+    static void PrintProgram(const ProgramReport& program)
+    {
+        List list;
+        list.Add("{}", program.number);
+        if (const std::string* name = program.GetName())
+            list.Add("{}", Printable(*name));
+        if (program.pmtPid)
+            list.Add("PMT at {}", *program.pmtPid);
+        if (program.pcrPid)
+            list.Add("PCR at {}", *program.pcrPid);
+        list.Add("streams #{}", fmt::join(program.streams, " #"));
+        PrintField("program", list.Get());
+        PrintMetadata(program.metadata, "               ");
+    }
+
     static void PrintStream(const StreamReport& stream, bool counted)
     {
-        const std::string kind = Proc::GetMediaTypeName(stream.kind);
-        fmt::print("  #{:<2} {:<6} {}\n", stream.index, kind.empty() ? "other" : kind, CodecText(stream));
+        fmt::print("  #{:<2} {:<6} {}\n", stream.index, stream.kind, CodecText(stream));
         static constexpr std::string_view indent = "             ";
-        for (const std::string& line :
-             {MediaText(stream), stream.decoder ? DecoderText(stream) : "no decoder",
-              counted ? CountText(stream.count) : ""})
+        std::vector<std::string> lines = DetailLines(stream);
+        lines.insert(lines.begin(), MediaText(stream));
+        lines.push_back(stream.decoder ? DecoderText(stream) : "no decoder");
+        if (counted)
+            lines.push_back(CountText(stream.count));
+        for (const std::string& line : lines)
             if (!line.empty())
                 fmt::print("{}{}\n", indent, line);
         PrintMetadata(stream.metadata, "               ");
@@ -146,6 +166,8 @@ private:
             list.Add("{}", stream.codecID);
         if (stream.profile)
             list.Add("{}", stream.profile);
+        if (stream.level)
+            list.Add("level {}", stream.level->name);
         if (!stream.tag.empty())
             list.Add("tag {}", stream.tag);
         for (const std::string& name : stream.disposition)
@@ -164,32 +186,11 @@ private:
     {
         List list;
         if (const auto& video = stream.video) {
-            if (video->width > 0)
-                list.Add("{}x{}", video->width, video->height);
-            if (video->pixelFormat)
-                list.Add("{}", video->pixelFormat);
-            if (video->pixelAspect.num > 0)
-                list.Add("pixel aspect {}:{}", video->pixelAspect.num, video->pixelAspect.den);
-            if (video->frameRate.num > 0 && video->frameRate.den > 0)
-                list.Add("{} frames/s", RateText(video->frameRate));
-            if (video->rotation && (*video->rotation != 0 || video->mirrored))
-                list.Add("turn by {} degrees{}", *video->rotation, video->mirrored ? " and mirror" : "");
-            if (const std::string color = ColorText(*video); !color.empty())
-                list.Add("colour {}", color);
-            if (video->range)
-                list.Add("range {}", video->range);
-            if (video->crop)
-                list.Add("cropped by {} {} {} {}", video->crop->top, video->crop->bottom, video->crop->left,
-                         video->crop->right);
+            AddPictures(*video, list);
+            AddColors(*video, list);
         }
-        if (const auto& audio = stream.audio) {
-            list.Add("{} Hz", audio->sampleRate);
-            list.Add("{} channel{}", audio->channels, audio->channels == 1 ? "" : "s");
-            if (!audio->layout.empty())
-                list.Add("{}", audio->layout);
-            if (audio->format)
-                list.Add("{}", audio->format->name);
-        }
+        if (const auto& audio = stream.audio)
+            AddSound(*audio, list);
         if (stream.duration)
             list.Add("{}", DurationText(*stream.duration));
         if (stream.bitRate)
@@ -197,6 +198,61 @@ private:
         if (stream.frames)
             list.Add("{} frame{}", *stream.frames, *stream.frames == 1 ? "" : "s");
         return list.Get();
+    }
+
+    static void AddPictures(const VideoReport& video, List& list)
+    {
+        if (video.width > 0)
+            list.Add("{}x{}", video.width, video.height);
+        if (video.pixelFormat)
+            list.Add("{}", video.pixelFormat);
+        if (video.pixelAspect.num > 0)
+            list.Add("pixel aspect {}:{}", video.pixelAspect.num, video.pixelAspect.den);
+        const double rate = video.frameRate.num > 0 ? av_q2d(video.frameRate) : 0;
+        const double average = video.averageRate.num > 0 ? av_q2d(video.averageRate) : 0;
+        if (rate > 0)
+            list.Add("{} frames/s", RateText(rate));
+        if (average > 0 && std::abs(average - rate) > rate / 100)
+            list.Add("{} frames/s on average", RateText(average));
+        if (video.fieldOrder)
+            list.Add("{}", FieldOrderText(video.fieldOrder));
+        if (video.rotation && (*video.rotation != 0 || video.mirrored))
+            list.Add("turn by {} degrees{}", *video.rotation, video.mirrored ? " and mirror" : "");
+        if (video.crop)
+            list.Add("cropped by {} {} {} {}", video.crop->top, video.crop->bottom, video.crop->left,
+                     video.crop->right);
+    }
+
+    static void AddColors(const VideoReport& video, List& list)
+    {
+        if (const std::string color = ColorText(video); !color.empty())
+            list.Add("colour {}", color);
+        if (video.range)
+            list.Add("range {}", video.range);
+        if (video.chromaLocation)
+            list.Add("chroma {}", video.chromaLocation);
+    }
+
+    static void AddSound(const AudioReport& audio, List& list)
+    {
+        list.Add("{} Hz", audio.sampleRate);
+        list.Add("{} channel{}", audio.channels, audio.channels == 1 ? "" : "s");
+        if (!audio.layout.empty())
+            list.Add("{}", audio.layout);
+        if (audio.format)
+            list.Add("{}", audio.format->name);
+        if (audio.bits > 0)
+            list.Add("{} bit{}", audio.bits, audio.bits == 1 ? "" : "s");
+    }
+
+    static std::string FieldOrderText(std::string_view order)
+    {
+        if (order == "progressive")
+            return std::string(order);
+        const auto field = [](char letter) { return letter == 't' ? "top" : "bottom"; };
+        return order[0] == order[1] ? fmt::format("interlaced, {} field first", field(order[1]))
+                                    : fmt::format("interlaced, {} field first, coded {} first",
+                                                  field(order[1]), field(order[0]));
     }
 
     /// "bt709", or "bt709/smpte2084/bt2020nc" when the three differ: primaries, transfer, matrix.
@@ -240,9 +296,7 @@ private:
     {
         if (report.failure)
             return report.failure->message;
-        if (!report.warnings.empty())
-            return report.warnings.front();
-        return report.singleImage ? "single image" : "";
+        return report.warnings.empty() ? Highlights(report) : report.warnings.front();
     }
 
     using enum TextTable::Align;

@@ -1,10 +1,10 @@
 #include "tools/Probe.h"
 
-#include "Proc/Wrappers/Tessadrin/Tessadrin.Packets.h"
 #include "tools/Command.h"
 #include "tools/support/Console.h"
 #include "tools/support/FileWalk.h"
 #include "tools/support/Progress.h"
+#include "tools/support/StreamDecoder.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,14 +20,10 @@ struct ProbeOptions {
     bool table = false;
 };
 
-struct DeletePacket {
-    void operator()(AVPacket* packet) const { Proc::ReleasePacket(&packet); }
-};
-
 /// Reads all packets, up to where that fails.
 void ReadPackets(OpenedInput& input, FileReport& report, ProbeOutput& output, bool show)
 {
-    const std::unique_ptr<AVPacket, DeletePacket> packet(Proc::CreatePacket(0));
+    const PacketPointer packet(Proc::CreatePacket(0));
     PacketCount& total = report.count.emplace();
     while (true) {
         try {
@@ -68,6 +64,10 @@ FileReport ProbeFile(const WalkedFile& file, const ProbeOptions& options, ProbeO
         report.result = detected.result;
         report.detected = true;
         input = std::make_unique<OpenedInput>(detected);
+        if (IsAnimation(*input->Get())) {
+            report.animationRate = ReadAnimationRate(*input);
+            input = std::make_unique<OpenedInput>(detected);  // at its beginning again
+        }
         DescribeFile(*input, report);
         report.opened = true;
     } catch (...) {
@@ -124,7 +124,7 @@ void AddProbe(CLI::App& app, Program& program)
     CLI::App* command = app.add_subcommand("probe", "Tell what media files are and what is in them");
     command
         ->add_option("FILE", options->files,
-                     "Files, and folders whose files are taken one by one; - for standard input")
+                     "Files, pipes, and folders whose files are taken one by one; - for standard input")
         ->required()
         ->type_name("");
     CLI::Option* packets =

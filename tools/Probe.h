@@ -24,19 +24,89 @@ struct PacketCount {
     uint64_t bytes = 0;
 };
 
+/// A colour by its CIE 1931 coordinates.
+struct Chromaticity {
+    double x = 0;
+    double y = 0;
+};
+
+/// The display that the pictures were graded on.
+struct MasteringDisplay {
+    struct Primaries {
+        Chromaticity red, green, blue, white;
+    };
+    struct Luminance {  ///< cd/m2
+        double min = 0;
+        double max = 0;
+    };
+    std::optional<Primaries> primaries;
+    std::optional<Luminance> luminance;
+};
+
+/// The brightest pixel and the brightest picture on average, both in cd/m2.
+struct ContentLight {
+    unsigned maxCll = 0;
+    unsigned maxFall = 0;
+};
+
+struct DolbyVision {
+    int profile = 0;
+    int level = 0;
+    int compatibilityID = 0;  ///< what the base layer is for players without Dolby Vision; 0: nothing
+    bool baseLayer = false;
+    bool enhancementLayer = false;
+    bool metadata = false;  ///< the RPU
+};
+
+struct Stereo3D {
+    const char* layout = nullptr;  ///< FFmpeg's names, as in "side by side", "packed"
+    const char* view = nullptr;
+    bool inverted = false;  ///< right before left, or below above
+};
+
+/// Angles in degrees.
+struct Spherical {
+    const char* projection = nullptr;  ///< FFmpeg's name
+    double yaw = 0;
+    double pitch = 0;
+    double roll = 0;
+};
+
+struct IccProfile {
+    size_t size = 0;          ///< bytes
+    std::string description;  ///< UTF-8; empty when there is none
+};
+
 struct VideoReport {
     int width = 0;  ///< pixels
     int height = 0;
     const char* pixelFormat = nullptr;  ///< the pipeline's name; null when unknown
     AVRational pixelAspect{0, 1};       ///< 0: unknown
-    AVRational frameRate{0, 1};         ///< frames per second; 0: unknown or a still image
-    const char* primaries = nullptr;    ///< null when unspecified, these four
+    AVRational frameRate{0, 1};         ///< frames per second; 0: unknown, a still image, or it varies
+    AVRational averageRate{0, 1};       ///< frames per second; 0: unknown or a still image
+    const char* fieldOrder = nullptr;   ///< "progressive", or fields as coded and shown, as in "tb"
+    const char* primaries = nullptr;    ///< null when unspecified, these five
     const char* transfer = nullptr;
     const char* matrix = nullptr;
     const char* range = nullptr;
+    const char* chromaLocation = nullptr;
     std::optional<Conf::FrameCropping> crop;
     std::optional<int> rotation;  ///< degrees to turn clockwise for display
     bool mirrored = false;        ///< after the turn, left and right are to be swapped
+    std::optional<MasteringDisplay> mastering;
+    std::optional<ContentLight> light;
+    std::optional<DolbyVision> dolbyVision;
+    std::optional<Stereo3D> stereo3D;
+    std::optional<Spherical> spherical;
+    std::optional<IccProfile> icc;
+};
+
+/// For a track and its album: gains in dB, peaks as parts of full scale.
+struct ReplayGain {
+    std::optional<double> trackGain;
+    std::optional<double> trackPeak;
+    std::optional<double> albumGain;
+    std::optional<double> albumPeak;
 };
 
 struct AudioReport {
@@ -44,16 +114,23 @@ struct AudioReport {
     int channels = 0;
     std::string layout;  ///< empty when unknown
     const Conf::SampleFormatRecord* format = nullptr;
-    int bits = 0;  ///< per sample; 0: unknown
+    int bits = 0;  ///< per sample of lossless sound; 0: unknown, or lossy
+    std::optional<ReplayGain> replayGain;
+};
+
+struct Level {
+    int number = 0;    ///< FFmpeg's
+    std::string name;  ///< in the codec's own notation
 };
 
 struct StreamReport {
     int index = 0;
-    AVMediaType kind = AVMEDIA_TYPE_UNKNOWN;
+    std::string kind;       ///< FFmpeg's name of the media type; "other" for none of them
     std::string codecID;    ///< the pipeline's identifier; empty: not in its catalogue
     std::string codecName;  ///< FFmpeg's
     std::string tag;        ///< empty when there is none
     const char* profile = nullptr;
+    std::optional<Level> level;
     const char* decoder = nullptr;  ///< what FindDecoder picks for the plain implementation
     std::string decoderLongName;
     AVRational timeBase{0, 1};
@@ -74,6 +151,19 @@ struct ChapterReport {
     Texts metadata;
 };
 
+/// A service of a transport stream, or a variant of a playlist.
+struct ProgramReport {
+    int id = 0;
+    int number = 0;
+    std::optional<int> pmtPid;  ///< of its map in a transport stream
+    std::optional<int> pcrPid;
+    Texts metadata;
+    std::vector<unsigned> streams;  ///< their indices
+
+    /// "service_name" of the metadata; null when there is none.
+    const std::string* GetName() const;
+};
+
 struct FileReport {
     std::string path;
     bool detected = false;  ///< size and result are known
@@ -83,12 +173,14 @@ struct FileReport {
     std::string container;
     std::string demuxer;
     bool singleImage = false;
-    std::optional<int64_t> duration;  ///< microseconds
+    std::optional<AVRational> animationRate;  ///< of an animation: ReadAnimationRate()
+    std::optional<int64_t> duration;          ///< microseconds
     std::optional<int64_t> start;
     std::optional<int64_t> bitRate;
     Texts metadata;
     std::vector<ChapterReport> chapters;
     std::vector<StreamReport> streams;
+    std::vector<ProgramReport> programs;
     std::vector<std::string> warnings;
     std::optional<PacketCount> count;  ///< when packets were read
     std::optional<Failure> failure;    ///< may come after packets
@@ -115,6 +207,30 @@ void DescribeFile(const OpenedInput& input, FileReport& report);
 /// Describes streams that came up since, as they do in files without a header.
 void DescribeNewStreams(const OpenedInput& input, FileReport& report);
 PacketReport DescribePacket(const OpenedInput& input, const AVPacket& packet);
+
+/// Adds what the container tells of a stream beside its parameters: light, depth, projection, loudness.
+void DescribeSideData(const AVCodecParameters& parameters, StreamReport& report);
+/// The level in the codec's own notation, as "5.1" for HEVC's 153; nothing when unknown.
+std::optional<Level> DescribeLevel(const AVCodecParameters& parameters);
+/// Bits of a sample before it was coded; 0: unknown, or the coding is lossy and there is no such number.
+int LosslessBits(const AVCodecParameters& parameters);
+/// "progressive", "tt", "bb", "tb" or "bt"; null when unknown.
+const char* FieldOrderName(AVFieldOrder order);
+/// Frames per second as the container or, where that has no time stamps, the stream declares it; 0/1:
+/// unknown.
+AVRational DeclaredRate(AVFormatContext* context, AVStream* stream);
+/// Frames per second on average; 0/1: unknown.
+AVRational AverageRate(const AVFormatContext& context, const AVStream& stream);
+/// Whether each frame says for itself how long it is shown, and nothing else does: GIF and APNG.
+bool IsAnimation(const AVFormatContext& context);
+/// Reads an animation to its end, or to where it can't be read. Returns frames per second where all frames
+/// but the last are shown equally long, else 0/1.
+AVRational ReadAnimationRate(OpenedInput& input);
+
+/// What Probe's text has to say about a stream's pictures and sound beyond format and size, a line for each.
+std::vector<std::string> DetailLines(const StreamReport& stream);
+/// What makes a file special in a few words, as "interlaced, Dolby Vision 8.1, 2 programs"; may be empty.
+std::string Highlights(const FileReport& report);
 
 /// A way to show files, on standard output. The calls come in the order of declaration, those for a file once
 /// for each.

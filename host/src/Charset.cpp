@@ -1,7 +1,7 @@
 #include "host/Charset.h"
+#include "host/src/CharsetEvidence.h"
 
 #include <uchardet/uchardet.h>
-#include <boost/locale/utf.hpp>
 
 #include <iconv.h>
 
@@ -12,38 +12,15 @@
 #include <optional>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace Quorva::Core {
+
+using namespace Details;  // NOLINT(google-build-using-namespace): this file's other half
+
 namespace {
 
 constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";  // U+FFFD
-
-using Utf8 = boost::locale::utf::utf_traits<char>;
-
-bool IsHigh(char c) { return static_cast<uint8_t>(c) >= 0x80; }
-bool IsBetween(char c, uint8_t low, uint8_t high)
-{
-    return static_cast<uint8_t>(c) >= low && static_cast<uint8_t>(c) <= high;
-}
-bool IsAsciiLetter(char c) { return IsBetween(c, 'A', 'Z') || IsBetween(c, 'a', 'z'); }
-
-enum class Utf8State { Valid, CutOff, Invalid };
-
-/// CutOff: valid, with characters beyond ASCII, but for a last character that misses its end. Tags of fixed
-/// length cut like this.
-Utf8State CheckUtf8(std::string_view text)
-{
-    bool anyWide = false;
-    for (auto at = text.begin(); at != text.end();) {
-        const auto decoded = Utf8::decode(at, text.end());
-        if (decoded == boost::locale::utf::incomplete && anyWide)
-            return Utf8State::CutOff;
-        if (!boost::locale::utf::is_valid_codepoint(decoded))
-            return Utf8State::Invalid;
-        anyWide |= decoded >= 0x80;
-    }
-    return Utf8State::Valid;
-}
 
 /// Converts to UTF-8. A last character that misses its end becomes U+FFFD; so does each unit of `unit` bytes
 /// that means nothing, when `lenient`, where the conversion stops otherwise.
@@ -96,7 +73,21 @@ struct WideText {
     std::size_t mark;  ///< bytes of the byte order mark
 };
 
-std::optional<WideText> FindWideText(std::string_view text)
+/// Whether text behind a byte order mark of UTF-16 is 8-bit text all the same: valid UTF-8, or nearly all of
+/// it ASCII, and of a length at which UTF-16 hardly ever looks like that.
+bool IsNarrow(std::string_view body)
+{
+    constexpr std::size_t leastBytes = 6;
+    const auto isControl = [](char c) {
+        return IsBetween(c, 0, 0x1F) && c != '\t' && c != '\n' && c != '\r';
+    };
+    if (body.size() < leastBytes || std::ranges::any_of(body, isControl))
+        return false;
+    const auto high = static_cast<std::size_t>(std::ranges::count_if(body, IsHigh));
+    return CheckUtf8(body) == Utf8State::Valid || high * 8 <= body.size();
+}
+
+std::optional<WideText> FindMarkedText(std::string_view text)
 {
     using namespace std::string_view_literals;
     if (text.size() % 4 == 0 && text.starts_with("\xFF\xFE\0\0"sv))
@@ -107,6 +98,16 @@ std::optional<WideText> FindWideText(std::string_view text)
         return WideText{"UTF-16LE", 2, 2};
     if (text.starts_with("\xFE\xFF"sv))
         return WideText{"UTF-16BE", 2, 2};
+    return std::nullopt;
+}
+
+std::optional<WideText> FindWideText(std::string_view text)
+{
+    using namespace std::string_view_literals;
+    if (const auto marked = FindMarkedText(text)) {
+        const bool isWide = marked->unit == 4 || !IsNarrow(text.substr(marked->mark));
+        return isWide ? marked : std::nullopt;
+    }
 
     // Without a mark: Latin text has a zero in every unit, always on the same side.
     if (text.size() % 2 != 0 || text.size() < 4)
@@ -123,119 +124,6 @@ std::optional<WideText> FindWideText(std::string_view text)
     if (zeros[1] == 0 && most(zeros[0]))
         return WideText{"UTF-16BE", 2, 0};
     return std::nullopt;
-}
-
-/// Whether there is a word of at least `least` letters, all of them beyond ASCII.
-bool HasForeignWord(std::string_view text, std::size_t least)
-{
-    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
-        end = begin;
-        while (end < text.size() && IsHigh(text[end]))
-            ++end;
-        if (end - begin >= least && (begin == 0 || !IsAsciiLetter(text[begin - 1])) &&
-            (end == text.size() || !IsAsciiLetter(text[end])))
-            return true;
-    }
-    return false;
-}
-
-enum class Cyrillic { No, OneCase, Capitalised };
-
-/// Whether all that isn't ASCII would be Cyrillic words of CP1251 with capitals where they belong.
-Cyrillic LooksLikeCP1251(std::string_view text)
-{
-    const auto isUpper = [](char c) { return IsBetween(c, 0xC0, 0xDF) || IsBetween(c, 0xA8, 0xA8); };
-    const auto isLower = [](char c) { return IsBetween(c, 0xE0, 0xFF) || IsBetween(c, 0xB8, 0xB8); };
-    Cyrillic result = Cyrillic::No;
-    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
-        std::size_t upper = 0, lower = 0;
-        bool latin = true;
-        for (end = begin; end < text.size() && (IsHigh(text[end]) || IsAsciiLetter(text[end])); ++end) {
-            upper += isUpper(text[end]);
-            lower += isLower(text[end]);
-            latin &= !IsHigh(text[end]);
-        }
-        const std::size_t length = end - begin;
-        if (latin)
-            continue;
-        const bool capitalised = upper == 1 && lower == length - 1 && isUpper(text[begin]);
-        if (!capitalised && upper != length && lower != length)
-            return Cyrillic::No;
-        if (length >= 3)
-            result = std::max(result, capitalised ? Cyrillic::Capitalised : Cyrillic::OneCase);
-    }
-    return result;
-}
-
-/// Whether letters of Latin and of another script stand side by side in UTF-8 text, none of them ASCII.
-bool HasMixedWord(std::string_view text)
-{
-    bool latin = false;
-    bool foreign = false;
-    for (auto at = text.begin(); at != text.end();) {
-        const auto c = Utf8::decode_valid(at);
-        if (c < 0x80)
-            latin = foreign = false;
-        latin |= c >= 0xC0 && c < 0x250;
-        foreign |= c >= 0x370 && c < 0x2000;
-        if (latin && foreign)
-            return true;
-    }
-    return false;
-}
-
-/// A character set that writes what isn't ASCII in pairs of bytes.
-struct DoubleByte {
-    const char* charset;
-    uint8_t leadLow, leadHigh;          ///< first bytes of its common characters
-    uint8_t trailLow;                   ///< second bytes; 0x7F is never one
-    uint8_t telltaleLow, telltaleHigh;  ///< first bytes that hardly occur in Latin text; 0 for none
-};
-
-constexpr DoubleByte doubleBytes[] = {
-    {"CP932",      0x81, 0x9F, 0x40, 0x82, 0x83}, // kana and kanji
-    {"GB18030",    0xB0, 0xD7, 0xA1, 0,    0   }, // the 3755 common characters
-    {"BIG5-HKSCS", 0xA4, 0xC6, 0x40, 0xA4, 0xBF}, // the 5401 common characters
-    {"UHC",        0xB0, 0xC8, 0xA1, 0,    0   }, // hangul
-};
-
-/// Whether all that isn't ASCII could be common characters of the set, at least `least` of them in a row.
-bool LooksLike(const DoubleByte& set, std::string_view text, std::size_t least)
-{
-    std::size_t run = 0;
-    bool evidence = false;
-    bool found = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (!IsHigh(text[i])) {
-            run = 0;
-            evidence = false;
-            continue;
-        }
-        if (!IsBetween(text[i], set.leadLow, set.leadHigh))
-            return false;
-        if (i + 1 == text.size())
-            break;  // a tag of fixed length has cut it off
-        if (!IsBetween(text[i + 1], set.trailLow, 0xFE))
-            return false;
-        // A letter with an accent before a plain one, twice, is none: some names are like that.
-        evidence |= IsHigh(text[i + 1]) || IsBetween(text[i], set.telltaleLow, set.telltaleHigh);
-        ++run;
-        ++i;
-        found |= run >= least && (evidence || least == 1);
-    }
-    return found;
-}
-
-/// Whether kana are among the characters that the text has as GB 2312: it is of another set then.
-bool HasKanaInGB(std::string_view text)
-{
-    for (std::size_t i = 0; i + 1 < text.size(); ++i)
-        if (IsHigh(text[i])) {
-            if (IsBetween(text[i], 0xA4, 0xA5))
-                return true;
-            ++i;
-        }
-    return false;
 }
 
 /// What a detected set is converted from: the set that people really use under that name.
@@ -293,11 +181,11 @@ std::string Detect(const std::string& text)
 /// The detector's answer, unless the text itself speaks against it.
 std::optional<std::string> ConvertAsDetected(const std::string& text, const std::string& name)
 {
-    constexpr std::size_t LONG = 256;  // bytes from which the detector is right about rare sets, too
+    constexpr std::size_t LONG = 256;  // bytes from which the detector is right about GB 18030, too
 
     const auto* const known = std::ranges::find(detected, name, &Detected::name);
     if (known == std::end(detected))
-        return text.size() >= LONG ? ConvertStrictly(text, name.c_str()) : std::nullopt;
+        return SufficesForRareSet(text) ? ConvertStrictly(text, name.c_str()) : std::nullopt;
     switch (known->kind) {
         case Detected::TwoBytes:
             if (name.starts_with("GB") && text.size() < LONG && HasKanaInGB(text))
@@ -321,6 +209,12 @@ std::string ConvertLikeliest(const std::string& text)
 {
     const std::string name = Detect(text);
     const auto* const known = std::ranges::find(detected, name, &Detected::name);
+    const bool turkish = name == "ISO-8859-9" || name == "WINDOWS-1254";
+    // One character, repeated or not, is an accent or a sign of Western text. Turkish has all of those but
+    // six.
+    if (HighBytes(text).distinct == 1 && !LooksLike(doubleBytes[0], text, 2) && !turkish)
+        if (auto result = ConvertStrictly(text, "CP1252"))
+            return *std::move(result);
     const bool greek =
         name == "ISO-8859-7" || name == "WINDOWS-1253";  // whose capitals are where CP1251's are
     const Cyrillic cyrillic = HasForeignWord(text, 3) ? LooksLikeCP1251(text) : Cyrillic::No;
@@ -340,9 +234,11 @@ std::string ConvertLikeliest(const std::string& text)
                 return *std::move(result);
 
     if (known != std::end(detected) && known->kind == Detected::Latin) {
-        // ISO 8859-2 has control characters where CP1250 has letters.
-        const bool controls = std::ranges::any_of(text, [](char c) { return IsBetween(c, 0x80, 0x9F); });
-        if (auto result = ConvertStrictly(text, controls && name == "ISO-8859-2" ? "CP1250" : known->charset))
+        // ISO 8859-2 has control characters where CP1250 has letters, and capitals where that has signs.
+        const bool windows =
+            std::ranges::any_of(text, [](char c) { return IsBetween(c, 0x80, 0x9F); }) || HasSign(text);
+        auto result = ConvertStrictly(text, windows && name == "ISO-8859-2" ? "CP1250" : known->charset);
+        if (result && (turkish || HasExtendedLatin(*result)))
             return *std::move(result);
     }
     if (auto result = ConvertStrictly(text, "CP1252"))
@@ -368,9 +264,15 @@ std::string ConvertLikeliest(const std::string& text)
 
 std::string CharsetEncoding::GetReadeableString(const std::string& text)
 {
-    if (const auto wide = FindWideText(text))
+    if (const auto wide = FindWideText(text)) {
         if (auto result = Convert(std::string_view(text).substr(wide->mark), wide->charset, wide->unit, true))
             return *std::move(result);
+    } else if (const auto marked = FindMarkedText(text)) {
+        const std::string_view mark = std::string_view(text).substr(0, marked->mark);
+        const std::string body = text.substr(marked->mark);
+        if (auto result = Convert(mark, "CP1252", 1, true); result && CheckUtf8(body) == Utf8State::Valid)
+            return *std::move(result) + body;
+    }
     switch (CheckUtf8(text)) {
         case Utf8State::Valid:
             return text;

@@ -72,11 +72,12 @@ public:
         do
             descriptor = ::open(this->path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
         while (descriptor < 0 && errno == EINTR);
-        struct stat status{};
-        if (descriptor < 0 || ::fstat(descriptor, &status) < 0 || ::lseek(descriptor, 0, SEEK_END) < 0)
-            failure = errno;
-        else if (S_ISDIR(status.st_mode))
-            failure = EISDIR;
+        Examine();
+    }
+    /// @param descriptor  owned from now on
+    FileHandle(int descriptor, std::string name) : path(std::move(name)), descriptor(descriptor)
+    {
+        Examine();
     }
     FileHandle(const FileHandle&) = delete;
     FileHandle& operator=(const FileHandle&) = delete;
@@ -89,6 +90,16 @@ public:
     const std::string path;
     int descriptor;
     int failure = 0;  ///< the system's reason why this is no file with a position
+
+private:
+    void Examine()
+    {
+        struct stat status{};
+        if (descriptor < 0 || ::fstat(descriptor, &status) < 0 || ::lseek(descriptor, 0, SEEK_END) < 0)
+            failure = errno;
+        else if (S_ISDIR(status.st_mode))
+            failure = EISDIR;
+    }
 };
 
 /// The place of a member function that leaves the check of its argument to one of those below.
@@ -128,6 +139,7 @@ uint64_t SizeOf(const FileHandle& file, const Caller& caller)
 class FileInput final : public RefCounted<IDataInput> {
 public:
     explicit FileInput(const ioPath& path) : file(path, O_RDONLY) {}
+    FileInput(int descriptor, std::string name) : file(descriptor, std::move(name)) {}
 
     int GetFailure() const noexcept { return file.failure; }
 
@@ -190,6 +202,7 @@ private:
 class FileOutput final : public RefCounted<IDataOutput> {
 public:
     explicit FileOutput(const ioPath& path) : file(path, O_WRONLY | O_CREAT | O_TRUNC) {}
+    FileOutput(int descriptor, std::string name) : file(descriptor, std::move(name)) {}
 
     int GetFailure() const noexcept { return file.failure; }
 
@@ -237,11 +250,29 @@ private:
 
 }  // namespace
 
+uint64_t CheckedRead(IDataInput& stream, uint8_t* buffer, uint64_t size)
+{
+    const uint64_t count = stream.Read(buffer, size);
+    if (count > size)
+        Throw<IOException>(
+            fmt::format("Broken stream '{}': it claims to have read {} bytes, but {} were requested",
+                        stream.GetName(), count, size));
+    return count;
+}
+
 boost::intrusive_ptr<IDataInput> DataInputFile::Create(const ioPath& path)
 {
     auto input = MakeRefCounted<FileInput>(path);
     if (const int error = input->GetFailure())
         Throw<IOException>(fmt::format("Can't open '{}' for reading: {}", path.GetText(), ReasonOf(error)));
+    return input;
+}
+
+boost::intrusive_ptr<IDataInput> DataInputFile::Create(int descriptor, std::string name)
+{
+    auto input = MakeRefCounted<FileInput>(descriptor, name);
+    if (const int error = input->GetFailure())
+        Throw<IOException>(fmt::format("Can't use '{}' for reading: {}", name, ReasonOf(error)));
     return input;
 }
 
@@ -255,6 +286,14 @@ boost::intrusive_ptr<IDataOutput> DataOutputFile::Create(const ioPath& path)
     auto output = MakeRefCounted<FileOutput>(path);
     if (const int error = output->GetFailure())
         Throw<IOException>(fmt::format("Can't open '{}' for writing: {}", path.GetText(), ReasonOf(error)));
+    return output;
+}
+
+boost::intrusive_ptr<IDataOutput> DataOutputFile::Create(int descriptor, std::string name)
+{
+    auto output = MakeRefCounted<FileOutput>(descriptor, name);
+    if (const int error = output->GetFailure())
+        Throw<IOException>(fmt::format("Can't use '{}' for writing: {}", name, ReasonOf(error)));
     return output;
 }
 

@@ -8,11 +8,15 @@ namespace Quorva::Proc {
 std::unique_ptr<const MovieProbe> MovieProbe::Create(const boost::intrusive_ptr<Core::IDataInput>& input,
                                                      uint64_t size)
 {
+    constexpr uint64_t step = uint64_t{1} << 20;  // a stream's size is a claim: memory follows what was read
     input->MoveTo(0);
-    std::vector<uint8_t> bytes(std::min(size, input->GetSize()));
+    const uint64_t wanted = std::min(size, input->GetSize());
+    std::vector<uint8_t> bytes;
     uint64_t done = 0;
-    while (done < bytes.size()) {
-        const uint64_t count = input->Read(bytes.data() + done, bytes.size() - done);
+    while (done < wanted) {
+        if (done == bytes.size())
+            bytes.resize(done + std::min(wanted - done, step));
+        const uint64_t count = Core::CheckedRead(*input, bytes.data() + done, bytes.size() - done);
         if (count == 0)
             break;  // the file has shrunk meanwhile
         done += count;

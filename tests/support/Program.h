@@ -1,6 +1,7 @@
 // Runs the built command-line program as a child process.
 #pragma once
 
+#include "tests/support/JsonSchema.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -79,7 +80,8 @@ inline Outcome RunOn(const std::vector<std::string>& arguments, int in, int out,
     return WaitFor(Start(arguments, in, out, error));
 }
 
-/// Runs a program with its output in files, which are no terminals.
+/// Runs a program with its output in files, which are no terminals. JSON of ours there has to obey its
+/// schema.
 inline Outcome RunProgram(const std::vector<std::string>& arguments, const char* program = TESSADRIN_PROGRAM)
 {
     const TemporaryFolder folder;
@@ -96,5 +98,6 @@ inline Outcome RunProgram(const std::vector<std::string>& arguments, const char*
         close(descriptor);
     outcome.output = content("out");
     outcome.errors = content("error");
+    EXPECT_EQ(outcome.signal == 0 ? SchemaFault(outcome.output) + SchemaFault(outcome.errors) : "", "");
     return outcome;
 }

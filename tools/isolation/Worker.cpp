@@ -1,7 +1,6 @@
 #include "tools/isolation/Worker.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
-#include "tools/isolation/DescriptorStreams.h"
 #include "tools/support/Failure.h"
 
 #include <cerrno>
@@ -43,7 +42,7 @@ boost::intrusive_ptr<Core::IDataInput> OpenInput(const std::string& path)
 {
     if (!currentLink)
         return Core::DataInputFile::Create(ioPath(path));
-    return MakeDescriptorInput(Request(ControlMessage::Kind::Input, path), path);
+    return Core::DataInputFile::Create(Request(ControlMessage::Kind::Input, path).Release(), path);
 }
 
 Descriptor RequestOutput(const std::string& path)
@@ -55,7 +54,7 @@ Descriptor RequestOutput(const std::string& path)
 
 boost::intrusive_ptr<Core::IDataOutput> OpenOutput(const std::string& path)
 {
-    return MakeDescriptorOutput(RequestOutput(path), path);
+    return Core::DataOutputFile::Create(RequestOutput(path).Release(), path);
 }
 
 void SendRecord(std::string_view bytes)

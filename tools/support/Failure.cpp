@@ -3,6 +3,7 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "host/FoundationIO.h"
 #include "tools/support/Console.h"
+#include "tools/support/Logging.h"
 
 #include <fmt/format.h>
 #include <boost/core/demangle.hpp>
@@ -62,6 +63,25 @@ std::string WithoutPath(std::string text, const std::string& path)
     if (const size_t place = text.find(quoted); place != std::string::npos && !path.empty())
         text.erase(place, quoted.size());
     return text;
+}
+
+/// Results for many causes, which FFmpeg's messages name.
+bool IsVague(int result)
+{
+    switch (result) {
+        case -1:
+        case AVERROR(EINVAL):
+        case AVERROR(ENOSYS):
+        case AVERROR_BUG:
+        case AVERROR_EXPERIMENTAL:
+        case AVERROR_EXTERNAL:
+        case AVERROR_INVALIDDATA:
+        case AVERROR_PATCHWELCOME:
+        case AVERROR_UNKNOWN:
+            return true;
+        default:
+            return false;
+    }
 }
 
 std::vector<std::string> LinesOf(const std::string& text)
@@ -146,11 +166,13 @@ std::string OverBudgetText(uint64_t bytes)
 
 std::string FFmpegReason(int result)
 {
+    if (const std::string words = IsVague(result) ? FFmpegErrors::First() : std::string(); !words.empty())
+        return words;
+    if (result == -1)  // not a system error number, although it reads like one
+        return "FFmpeg reports a failure without naming its cause";
     // The library has texts for FFmpeg's own codes and frames all others with their number. The system's
-    // error numbers have better names; but -1 is what demuxers return for want of a reason.
+    // error numbers have better names.
     std::string text = Proc::GetErrorDescriptionFFMPEG(result);
-    if (result == -1)
-        return "no reason given";
     if (result < 0 && result > -4096 && text.ends_with(fmt::format("({})", result)))
         return std::system_category().message(AVUNERROR(result));
     return text;

@@ -58,7 +58,8 @@ void SetMemoryBudget(uint64_t bytes);
 /// "needs more than the 1 GiB that --max-memory allows"
 std::string OverBudgetText(uint64_t bytes);
 
-/// Why an FFmpeg call gave this negative result.
+/// Why an FFmpeg call gave this negative result: what FFmpeg logged within an FFmpegErrors object where the
+/// result has many possible causes, or else the result's own text.
 std::string FFmpegReason(int result);
 
 /// Throws a ProcException about an FFmpeg call whose result was negative: `what`, ": " and FFmpeg's reason.

@@ -1,12 +1,15 @@
 #include "tools/support/Logging.h"
 
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.LogBridge.h"
 #include "tools/support/Console.h"
 
 #include <glog/logging.h>
 
 #include <algorithm>
-#include <mutex>
+#include <cstdarg>
+#include <cstdio>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -31,6 +34,34 @@ public:
 
     google::LogSeverity leastSevere = google::GLOG_INFO;  ///< that is shown
 };
+
+thread_local FFmpegErrors* collecting = nullptr;
+
+void CollectError(void* context, const char* format, va_list arguments)
+{
+    char text[1024] = {};
+    std::vsnprintf(text, sizeof text, format, arguments);
+    const AVClass* const type = context ? *static_cast<const AVClass**>(context) : nullptr;
+    const char* const name = type && type->item_name ? type->item_name(context) : nullptr;
+    FFmpegErrors::Collect(name ? name : "", text);
+}
+
+/// The library's callback drops what the verbosity leaves out, and messages that recur.
+void LogCallback(void* context, int level, const char* format, va_list arguments)
+{
+    // The higher bits are a colour.
+    if (collecting && format && (level > 0 ? level & 0xff : level) <= AV_LOG_ERROR) {
+        va_list copy;
+        va_copy(copy, arguments);
+        try {
+            CollectError(context, format, copy);
+        } catch (const std::bad_alloc&) {
+            // The message is lost; the result that goes with it is reported all the same.
+        }
+        va_end(copy);
+    }
+    Proc::FFMpegLogCallback(context, level, format, arguments);
+}
 
 }  // namespace
 
@@ -63,49 +94,32 @@ void StartLogging(const char* program, int verbosity)
     sink.leastSevere = step.severity;
     google::AddLogSink(&sink);
     av_log_set_level(step.ffmpeg);
+    av_log_set_callback(LogCallback);
 }
 
-class LibraryErrors::Sink final : public google::LogSink {
-public:
-    Sink() : formerLevel(FLAGS_minloglevel)
-    {
-        FLAGS_minloglevel = std::min<int>(formerLevel, google::GLOG_ERROR);
-        google::AddLogSink(this);
-    }
-    ~Sink() override
-    {
-        google::RemoveLogSink(this);
-        FLAGS_minloglevel = formerLevel;
-    }
+FFmpegErrors::FFmpegErrors() : outer(std::exchange(collecting, this)) {}
+FFmpegErrors::~FFmpegErrors() { collecting = outer; }
 
-    std::string Take()
-    {
-        const std::lock_guard guard(mutex);
-        return std::exchange(first, {});
-    }
+void FFmpegErrors::Collect(std::string_view source, std::string_view text)
+{
+    constexpr size_t limit = 64;  // damaged files cause them without end
+    if (!collecting)
+        return;
+    std::vector<Message>& messages = collecting->messages;
+    // FFmpeg writes some lines piece by piece.
+    if (!messages.empty() && !messages.back().text.ends_with('\n') && messages.back().text.size() < 1024)
+        messages.back().text += text;
+    else if (messages.size() < limit)
+        messages.push_back({std::string(source), std::string(text)});
+}
 
-private:
-    using LogSink::send;
-    void send(google::LogSeverity severity, const char*, const char* file, int, const google::LogMessageTime&,
-              const char* message, size_t size) override
-    {
-        if (severity < google::GLOG_ERROR || std::string_view(file) == "Tessadrin.LogBridge.cpp")
-            return;
-        std::string_view text(message, size);
-        if (const size_t place = text.find("() - "); place != std::string_view::npos)
-            text.remove_prefix(place + 5);
-        const std::lock_guard guard(mutex);
-        if (first.empty())
-            first = text;
-    }
-
-    const int formerLevel;
-    std::mutex mutex;
-    std::string first;
-};
-
-LibraryErrors::LibraryErrors() : sink(std::make_unique<Sink>()) {}
-LibraryErrors::~LibraryErrors() = default;
-std::string LibraryErrors::Take() { return sink->Take(); }
+std::string FFmpegErrors::First(std::string_view source)
+{
+    if (collecting)
+        for (const Message& message : collecting->messages)
+            if (source.empty() || message.source == source)
+                return message.text.substr(0, message.text.find_last_not_of(". \n") + 1);
+    return {};
+}
 
 }  // namespace Quorva::Tool

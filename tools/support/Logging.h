@@ -4,6 +4,8 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace Quorva::Tool {
 
@@ -11,22 +13,30 @@ namespace Quorva::Tool {
 /// 3 information (FLAGS_v 31), 4 FFmpeg's verbose and 5 its debug messages. No log file is written.
 void StartLogging(const char* program, int verbosity);
 
-/// Keeps the library's own records of severity ERROR while it lives, shown or not: the only way in which some
-/// of its functions report a failure. FFmpeg's messages are not among them.
-class LibraryErrors {
+/// Collects the messages of level ERROR that FFmpeg logs on the calling thread during the object's lifetime,
+/// whatever the verbosity. Objects nest; only the innermost one of a thread collects. Needs StartLogging().
+class FFmpegErrors {
 public:
-    LibraryErrors();
-    LibraryErrors(const LibraryErrors&) = delete;
-    LibraryErrors& operator=(const LibraryErrors&) = delete;
-    ~LibraryErrors();
+    FFmpegErrors();
+    FFmpegErrors(const FFmpegErrors&) = delete;
+    FFmpegErrors& operator=(const FFmpegErrors&) = delete;
+    ~FFmpegErrors();
 
-    /// The first record since the last call, without the name of the function that it begins with; empty for
-    /// none.
-    std::string Take();
+    /// Returns the first message that the thread's innermost object has collected; empty when there is none.
+    /// @param source  only messages of FFmpeg's objects of this name, such as "mjpeg"; empty: of all
+    static std::string First(std::string_view source = {});
+
+    /// Called by the log callback.
+    static void Collect(std::string_view source, std::string_view text);
 
 private:
-    class Sink;
-    std::unique_ptr<Sink> sink;
+    struct Message {
+        std::string source;
+        std::string text;  ///< with its line feed
+    };
+
+    FFmpegErrors* const outer;
+    std::vector<Message> messages;
 };
 
 }  // namespace Quorva::Tool

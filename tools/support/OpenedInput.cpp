@@ -7,7 +7,8 @@
 #include "tools/isolation/ReportProgress.h"
 #include "tools/isolation/Worker.h"
 #include "tools/support/Failure.h"
-#include "tools/support/StandardInput.h"
+#include "tools/support/OffsetInput.h"
+#include "tools/support/SpooledInput.h"
 
 #include <fmt/format.h>
 #include <boost/exception/get_error_info.hpp>
@@ -26,6 +27,14 @@ namespace {
 /// The one demuxer that opens files by name and still reads from a given stream, when told the right name.
 constexpr std::string_view NAMED_IMAGES = "image2";
 
+/// Demuxers that go by positions from the start of the file: a tag ahead of it displaces everything. All
+/// others read on behind an ID3v2 tag, and have its texts and its cover.
+constexpr std::string_view positionalDemuxers[] = {
+    "aa", "dsf", "ico", "image2", "mov,mp4,m4a,3gp,3g2,mj2", "mxf",
+};
+
+constexpr uint64_t longestLook = 1 << 20;  // bytes that detection examines at most
+
 class Dictionary {
 public:
     Dictionary() = default;
@@ -43,6 +52,14 @@ private:
     Proc::Details::Raise(Proc::ProcException()
                          << TagDescription(fmt::format("not a known media format ({})", reason))
                          << TagFailureKind(FailureKind::UnknownFormat));
+}
+
+[[noreturn]] void ThrowUnrecognised(const DetectedInput& input)
+{
+    const uint64_t examined = std::min(input.size - input.mediaStart, longestLook);
+    ThrowUnknownFormat(input.mediaStart > 0
+                           ? fmt::format("first {} bytes behind the tag match nothing", examined)
+                           : fmt::format("first {} bytes match nothing", examined));
 }
 
 [[noreturn]] void ThrowUnsupported(const std::string& format)
@@ -87,6 +104,34 @@ boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
     }
 }
 
+/// Whether the tag that the stream begins with is one that FFmpeg skips.
+bool BeginsWithID3(Core::IDataInput& stream)
+{
+    uint8_t start[3] = {};
+    stream.MoveTo(0);
+    return stream.Read(start, sizeof start) == sizeof start && std::memcmp(start, "ID3", sizeof start) == 0;
+}
+
+/// Detects the format of what there is of the stream.
+void Detect(DetectedInput& input)
+{
+    input.size = input.stream->GetSize();
+    if (input.size == 0)
+        ThrowUnknownFormat("the file is empty");
+    ReadLosses losses;
+    input.result = {};
+    try {
+        input.mediaStart =
+            Proc::DetectInputFormat(MakeRefCounted<SteadyInput>(input.stream, losses), input.result);
+    } catch (Proc::ProcException& e) {  // FFmpeg knows a demuxer for it that the pipeline doesn't
+        e << TagDescription("not a known media format (FFmpeg's demuxer for it is not in the catalogue)")
+          << TagFailureKind(FailureKind::UnknownFormat);
+        throw;
+    }
+    if (input.result.format.empty() && losses.bytes > 0)
+        ThrowLosses(losses);
+}
+
 /// The local path that `url` stands for; empty for a protocol.
 std::string_view LocalPath(std::string_view url)
 {
@@ -99,24 +144,24 @@ std::string_view LocalPath(std::string_view url)
 
 DetectedInput DetectInput(const std::string& path)
 {
-    DetectedInput input{path, OpenStream(path == "-" ? StandardInputPath() : path), 0, {}};
-    input.size = input.stream->GetSize();
-    ReadLosses losses;
-    const auto probe =
-        Proc::MovieProbe::Create(MakeRefCounted<SteadyInput>(input.stream, losses), PROBE_SIZE);
-    if (probe->size == 0)
-        ThrowUnknownFormat("the file is empty");
-    try {
-        Proc::DetectFileInputFormat(*probe, input.result);
-    } catch (Proc::ProcException& e) {  // FFmpeg knows a demuxer for it that the pipeline doesn't
-        e << TagDescription("not a known media format (FFmpeg's demuxer for it is not in the catalogue)")
-          << TagFailureKind(FailureKind::UnknownFormat);
-        throw;
+    SpooledInput* const spooled = SpooledInput::Find(path);
+    const std::string plainPath = path == "-" ? "/dev/stdin" : path;
+    DetectedInput input{path, OpenStream(spooled ? spooled->GetPath() : plainPath), 0, {}, 0};
+    if (spooled)
+        spooled->Fill(longestLook);
+    Detect(input);
+    if (spooled && input.mediaStart > 0) {
+        spooled->Fill(input.mediaStart + longestLook);
+        Detect(input);
     }
-    if (input.result.format.empty() && losses.bytes > 0)
-        ThrowLosses(losses);
+    if (input.mediaStart >= input.size)
+        input.mediaStart = 0;  // a tag that claims more than there is
     if (input.result.format.empty())
-        ThrowUnknownFormat(fmt::format("first {} bytes match nothing", probe->size));
+        ThrowUnrecognised(input);
+    if (spooled) {  // not before something is known to read it: a device may be endless
+        spooled->FillAll();
+        input.size = input.stream->GetSize();
+    }
     return input;
 }
 
@@ -155,16 +200,33 @@ int OpenedInput::CloseFurther(AVFormatContext*, AVIOContext* io)
     return 0;
 }
 
-OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.stream))
+OpenedInput::OpenedInput(const DetectedInput& input)
 {
     const auto& supported = Proc::GetFFMPEGSupportedInputFormats();
     const auto found = supported.find(input.result.format);
     if (found == supported.end())
         ThrowUnsupported(input.result.format);
-    const AVInputFormat* demuxer = found->second;
-    if (demuxer->flags & AVFMT_NOFILE && demuxer->name != NAMED_IMAGES)
+    const AVInputFormat& demuxer = *found->second;
+    if (demuxer.flags & AVFMT_NOFILE && demuxer.name != NAMED_IMAGES)
         ThrowUnsupported(input.result.format);
 
+    const bool displaced = input.mediaStart > 0 && (std::ranges::find(positionalDemuxers, demuxer.name) !=
+                                                        std::end(positionalDemuxers) ||
+                                                    !BeginsWithID3(*input.stream));
+    const int opened = Open(input, demuxer, displaced ? input.mediaStart : 0);
+    if (opened < 0) {
+        CheckStreams();  // which may be the reason
+        ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
+    }
+    // A failure leaves the streams less well described, not unreadable.
+    if (const int informed = avformat_find_stream_info(context.get(), nullptr); informed < 0)
+        streamsWarning = "stream information is incomplete: " + FFmpegReason(informed);
+}
+
+/// @param start  position at which the file begins for the demuxer
+int OpenedInput::Open(const DetectedInput& input, const AVInputFormat& demuxer, uint64_t start)
+{
+    file = MakeSource(start > 0 ? MakeRefCounted<OffsetInput>(input.stream, start) : input.stream);
     AVFormatContext* fresh = avformat_alloc_context();
     if (!fresh)
         ThrowNoMemory("the format context", sizeof(AVFormatContext));
@@ -175,18 +237,12 @@ OpenedInput::OpenedInput(const DetectedInput& input) : file(MakeSource(input.str
     Dictionary options;
     // Some demuxers open further files on their own, past io_open: no protocol is called that.
     Proc::PutMetadata(&options, "protocol_whitelist", "none");
-    if (demuxer->name == NAMED_IMAGES)
+    if (demuxer.name == NAMED_IMAGES)
         Proc::PutMetadata(&options, "pattern_type", "none");  // a '%' or '*' in a name is just that
     // The name lets recognisers look at the file again and playlists find their pieces.
-    const int opened = avformat_open_input(&fresh, input.stream->GetName().c_str(), demuxer, &options);
+    const int opened = avformat_open_input(&fresh, input.stream->GetName().c_str(), &demuxer, &options);
     context.reset(fresh);  // null when that failed
-    if (opened < 0) {
-        CheckStreams();  // which may be the reason
-        ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
-    }
-    // A failure leaves the streams less well described, not unreadable.
-    if (const int informed = avformat_find_stream_info(context.get(), nullptr); informed < 0)
-        streamsWarning = "stream information is incomplete: " + FFmpegReason(informed);
+    return opened;
 }
 
 OpenedInput::~OpenedInput() = default;

@@ -20,12 +20,10 @@ struct DetectedInput {
     boost::intrusive_ptr<Core::IDataInput> stream;
     uint64_t size = 0;  ///< bytes
     Proc::ProbeResult result;
+    uint64_t mediaStart = 0;  ///< position behind the tags that the file begins with
 };
 
-/// Bytes that detection looks at. MPEG-TS, AC-3 or H.264 need thousands to be told from anything else.
-inline constexpr uint64_t PROBE_SIZE = 65536;
-
-/// Opens the file at `path` and detects its format by its name and its first PROBE_SIZE bytes.
+/// Opens the file at `path` and detects its format as Proc::DetectInputFormat() does.
 /// @throws Quorva::Exception  with TagFailureKind: no such file, unreadable, empty, or of no known format.
 DetectedInput DetectInput(const std::string& path);
 
@@ -67,6 +65,7 @@ private:
     static int OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
                            AVDictionary** options);
     static int CloseFurther(AVFormatContext* context, AVIOContext* io);
+    int Open(const DetectedInput& input, const AVInputFormat& demuxer, uint64_t start);
     std::unique_ptr<Proc::GuardedIO> MakeSource(boost::intrusive_ptr<Core::IDataInput> stream);
 
     ReadLosses losses;

@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -33,32 +35,43 @@ std::string ReasonOf(int error) { return std::system_category().message(error); 
     ThrowFileFailure("this format has to be written to a file: in a pipe there is no way back");
 }
 
-/// Makes an empty file that wasn't there, in the folder of `path`; the mode is the user's.
-std::string MakeProvisional(const std::string& path)
+/// Creates a file in the folder of `path` under a name that was free; the mode is the user's.
+/// @return  its name, and a descriptor that the caller owns
+std::pair<std::string, int> CreateProvisional(const std::string& path)
 {
     for (int attempt = 0;; ++attempt) {
-        const std::string provisional =
-            attempt == 0 ? path + ".part" : fmt::format("{}.part{}", path, attempt);
-        const int descriptor = ::open(provisional.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (descriptor >= 0) {
-            ::close(descriptor);  // nothing was written that could fail
-            return provisional;
-        }
+        std::string provisional = attempt == 0 ? path + ".part" : fmt::format("{}.part{}", path, attempt);
+        const int descriptor = ::open(provisional.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor >= 0)
+            return {std::move(provisional), descriptor};
         if (errno != EEXIST || attempt == 1000)
             ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(errno)));
     }
 }
 
-/// What the system still holds back may be refused only now.
-void Synchronise(const std::string& path)
+/// Gives a new file the owner, as far as the system allows, and the permissions of the one that it replaces.
+/// @param additional  permissions that the file needs until it is complete
+void TakeOverPermissions(int descriptor, const std::string& path, mode_t additional)
 {
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    const int result = descriptor < 0 ? -1 : ::fsync(descriptor);
-    const int error = errno;
-    if (descriptor >= 0)
-        ::close(descriptor);
-    if (result < 0 && error != EINVAL)  // EINVAL: a file system without
-        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(error)));
+    struct stat old{};
+    if (::stat(path.c_str(), &old) < 0 || !S_ISREG(old.st_mode))
+        return;
+    // Neither result matters: a user can't give files away, and some file systems have no modes.
+    [[maybe_unused]] const int owned = ::fchown(descriptor, old.st_uid, old.st_gid);
+    [[maybe_unused]] const int moded = ::fchmod(descriptor, (old.st_mode & 0777) | additional);
+}
+
+/// Where the links at `path` lead, whether or not something is there.
+std::filesystem::path FollowLinks(std::filesystem::path path)
+{
+    constexpr int most = 40;  // as the kernel has it
+    std::error_code error;
+    for (int count = 0; std::filesystem::is_symlink(path, error); ++count) {
+        if (count == most)
+            ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(ELOOP)));
+        path = path.parent_path() / std::filesystem::read_symlink(path, error);
+    }
+    return path;
 }
 
 int Rename(const std::string& from, const std::string& to, bool replace)
@@ -137,19 +150,47 @@ void OutputFiles::Check(const std::string& path) const
 boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& path)
 {
     Check(path);
-    // A link stays, what it names is replaced.
-    std::error_code error;
-    const std::filesystem::path target = std::filesystem::canonical(path, error);
-    const std::string place = error ? path : target.native();
-    files.push_back({MakeProvisional(place), place});
-    return Core::DataOutputFile::Create(ioPath(files.back().provisional));
+    const std::string place = links == Links::Follow ? FollowLinks(path).native() : path;
+    auto [provisional, descriptor] = CreateProvisional(place);
+    File& file = files.emplace_back();
+    file.path = place;
+    file.provisional = std::move(provisional);
+    auto stream = Core::DataOutputFile::Create(descriptor, file.provisional);
+    struct stat status{};
+    if (::fstat(descriptor, &status) < 0)
+        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(errno)));
+    file.device = status.st_dev;
+    file.inode = status.st_ino;
+    if (overwrite)
+        TakeOverPermissions(descriptor, place, S_IRUSR | S_IWUSR);
+    return stream;
+}
+
+/// Writes back what the system still holds, which may fail only now. The name must still be that of the file
+/// that was created: what another process put there is not moved into place.
+void OutputFiles::Synchronise(const File& file) const
+{
+    const int descriptor = ::open(file.provisional.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status{};
+    int error = descriptor < 0 || ::fstat(descriptor, &status) < 0 ? errno : 0;
+    const bool same = !error && status.st_dev == file.device && status.st_ino == file.inode;
+    if (same && ::fsync(descriptor) < 0)
+        error = errno;
+    if (same && overwrite)
+        TakeOverPermissions(descriptor, file.path, 0);
+    if (descriptor >= 0)
+        ::close(descriptor);
+    if (error == ELOOP || (!error && !same))
+        ThrowFileFailure(fmt::format("another process has replaced {}", file.provisional));
+    if (error && error != EINVAL)  // EINVAL: a file system without
+        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(error)));
 }
 
 void OutputFiles::Commit()
 {
     while (!files.empty()) {
         const File& file = files.front();
-        Synchronise(file.provisional);
+        Synchronise(file);
         if (Rename(file.provisional, file.path, overwrite) < 0)
             ThrowFileFailure(fmt::format("can't be put in its place: {}", ReasonOf(errno)));
         files.erase(files.begin());
@@ -162,6 +203,31 @@ std::vector<std::string> OutputFiles::GetUnfinished() const
     for (const File& file : files)
         paths.push_back(file.provisional);
     return paths;
+}
+
+std::string NumberFault(const std::string& path)
+{
+    constexpr int mostDigits = 18;  // what FFmpeg has room for
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    int numbers = 0;
+    bool hasOther = false;
+    for (size_t begin = path.find('%'); begin != std::string::npos;) {
+        size_t end = begin + 1;
+        int digits = 0;
+        for (; end < path.size() && isDigit(path[end]); ++end)
+            digits = std::min(10 * digits + path[end] - '0', mostDigits + 1);
+        const char kind = end < path.size() ? path[end] : ' ';
+        if (kind == 'd' && digits > mostDigits)
+            return fmt::format("a number of more than {} digits is too long", mostDigits);
+        // A percent sign before other characters is one.
+        if (kind != 'd' && (std::isalpha(static_cast<unsigned char>(kind)) || kind == '%'))
+            return fmt::format("'{}' is no place for a number", path.substr(begin, end + 1 - begin));
+        kind == 'd' ? void(++numbers) : void(hasOther = true);
+        begin = path.find('%', end);
+    }
+    if (numbers > 1)
+        return "there is more than one place for the number";
+    return numbers == 1 && hasOther ? "there is a percent sign beside the number" : "";
 }
 
 bool IsStreamPath(const std::string& path)

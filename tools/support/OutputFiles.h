@@ -4,6 +4,8 @@
 
 #include "host/FoundationIO.h"
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -13,10 +15,19 @@ namespace Quorva::Tool {
 /// everything in those places stays as it was.
 class OutputFiles {
 public:
-    /// @param overwrite  whether Commit() may replace files
+    /// What becomes of a symbolic link that is replaced.
+    enum class Links {
+        Follow,   ///< the link stays, and the file that it leads to is replaced, or made where it dangles
+        Replace,  ///< the file takes the link's place
+    };
+
+    /// @param overwrite  whether Commit() may replace files; a new file then has the mode of the old one
     /// @param keep       whether unfinished files stay, under their provisional names, when Commit() never
     ///                   comes
-    OutputFiles(bool overwrite, bool keep) : overwrite(overwrite), keep(keep) {}
+    OutputFiles(bool overwrite, bool keep, Links links = Links::Follow)
+        : overwrite(overwrite), keep(keep), links(links)
+    {
+    }
     OutputFiles(const OutputFiles&) = delete;
     OutputFiles& operator=(const OutputFiles&) = delete;
     ~OutputFiles();
@@ -30,7 +41,8 @@ public:
     boost::intrusive_ptr<Core::IDataOutput> Create(const std::string& path);
 
     /// Puts the files in their places, in the order of their creation. The streams are to be gone by then.
-    /// @throws Core::IOException  the system refuses; files that are in place already stay there
+    /// @throws Core::IOException  the system refuses, or something else has taken a provisional name;
+    ///                            files that are in place already stay there
     void Commit();
 
     /// Paths of unfinished files.
@@ -40,12 +52,21 @@ private:
     struct File {
         std::string provisional;
         std::string path;
+        dev_t device = 0;  ///< these two say which file was created under the provisional name
+        ino_t inode = 0;
     };
+
+    void Synchronise(const File& file) const;
 
     const bool overwrite;
     const bool keep;
+    const Links links;
     std::vector<File> files;  ///< those not in their places yet
 };
+
+/// Returns why `path` can't number pictures; empty when it can, or has no place for a number. There may be
+/// one, %d or, with leading zeros, %03d.
+std::string NumberFault(const std::string& path);
 
 /// Whether `path` means standard output ("-"), or names a pipe or a device: written as it is, without a
 /// provisional name, and without a way back.

@@ -90,4 +90,16 @@ void StreamDecoder::Count(int result)
         firstResult = result;
 }
 
+Proc::SafeCodecContext OpenSubtitleDecoder(const AVCodec& codec, const AVStream& source)
+{
+    Proc::SafeCodecContext context(&codec);
+    int result = avcodec_parameters_to_context(context.get(), source.codecpar);
+    context->pkt_timebase = source.time_base;
+    if (result >= 0)
+        result = avcodec_open2(context.get(), &codec, nullptr);
+    if (result < 0)
+        ThrowFFmpegFailure(fmt::format("decoder {} refuses stream {}", codec.name, source.index), result);
+    return context;
+}
+
 }  // namespace Quorva::Tool

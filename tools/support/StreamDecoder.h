@@ -47,4 +47,8 @@ private:
     int firstResult = 0;
 };
 
+/// Returns an open decoder of a subtitle stream.
+/// @throws Quorva::Exception  the decoder refuses the stream.
+Proc::SafeCodecContext OpenSubtitleDecoder(const AVCodec& codec, const AVStream& source);
+
 }  // namespace Quorva::Tool

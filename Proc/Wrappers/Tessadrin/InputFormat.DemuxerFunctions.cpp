@@ -79,7 +79,7 @@ bool ScoresAsFFmpegDoes() noexcept
     data.buf_size = sizeof knownFile - AVPROBE_PADDING_SIZE;
     int score = 0;
     const AVInputFormat* demuxer = av_probe_input_format3(&data, 1, &score);
-    return demuxer && std::strcmp(demuxer->name, "wav") == 0 && HeadOf(demuxer).readProbe &&
+    return demuxer && demuxer->name && std::strcmp(demuxer->name, "wav") == 0 && HeadOf(demuxer).readProbe &&
            HeadOf(demuxer).readProbe(&data) == score;
 }
 

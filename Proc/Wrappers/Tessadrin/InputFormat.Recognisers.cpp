@@ -20,7 +20,7 @@ constexpr uint64_t contextProbeSize = 128;
 
 std::string_view BytesOf(const MovieProbe& probe)
 {
-    return {reinterpret_cast<const char*>(probe.buffer), probe.size};
+    return {reinterpret_cast<const char*>(probe.buffer), probe.buffer ? probe.size : 0};
 }
 
 uint32_t LittleEndian(std::string_view fourBytes)
@@ -69,16 +69,26 @@ void SetByHigherScore(const StillAndAnimated& demuxers, const std::string& still
         SetFormat(result, animatedFormat, animatedScore);
 }
 
-/// Runs `recognise` on the first bytes of the file that the context was opened by; custom I/O leaves no name.
-void OnFreshProbe(const AVFormatContext* context, ProbeResult& result, ProbeRecogniser* recognise)
+/// The file that FFmpeg opens by `url`: as its protocol for files does, this takes "file:" off once.
+std::string FileOf(std::string_view url)
 {
+    constexpr std::string_view protocol = "file:";
+    if (url.starts_with(protocol))
+        url.remove_prefix(protocol.size());
+    return std::string(url);
+}
+
+/// Runs `recognise` on the first bytes of the opened file: those of `probe`, or else of the file that the
+/// context was opened by; custom I/O leaves no name.
+void OnFirstBytes(const AVFormatContext* context, const MovieProbe* probe, ProbeResult& result,
+                  ProbeRecogniser* recognise)
+{
+    if (probe)
+        return recognise(*probe, result);
     if (!context->url || !*context->url)
         return;
-    auto input = Core::DataInputFile::Create(ioPath(context->url));
-    const auto probe = MovieProbe::Create(input, contextProbeSize);
-    input.reset();
-    if (probe)
-        recognise(*probe, result);
+    const auto input = Core::DataInputFile::Create(ioPath(FileOf(context->url)));
+    recognise(*MovieProbe::Create(input, contextProbeSize), result);
 }
 
 }  // namespace
@@ -157,10 +167,12 @@ void FromProbe::Matroska(const MovieProbe& probe, ProbeResult& result)
 void FromProbe::IsoMedia(const MovieProbe& probe, ProbeResult& result)
 {
     const std::string_view bytes = BytesOf(probe);
-    if (bytes.size() >= 12 && bytes.substr(4, 4) == "ftyp")
-        SetByBrand(LittleEndian(bytes.substr(8)), result);
-    else
+    if (bytes.size() < 8 || bytes.substr(4, 4) != "ftyp")
         SetByExtension(probe, result);
+    else if (bytes.size() < 12)
+        result.format = IFormatFile::FORMAT_MP4;  // a brand that is cut off is none that is known
+    else
+        SetByBrand(LittleEndian(bytes.substr(8)), result);
 }
 
 void FromProbe::Swf(const MovieProbe& probe, ProbeResult& result)
@@ -200,7 +212,7 @@ void FromProbe::WebP(const MovieProbe& probe, ProbeResult& result)
                   certain);
 }
 
-void FromContext::ImageCodec(AVFormatContext* context, ProbeResult& result)
+void FromContext::ImageCodec(AVFormatContext* context, const MovieProbe*, ProbeResult& result)
 {
     if (context->nb_streams != 1)
         return;
@@ -210,37 +222,43 @@ void FromContext::ImageCodec(AVFormatContext* context, ProbeResult& result)
         result.format = *row->format;
 }
 
-void FromContext::Matroska(AVFormatContext* context, ProbeResult& result)
+void FromContext::Matroska(AVFormatContext* context, const MovieProbe* probe, ProbeResult& result)
 {
-    OnFreshProbe(context, result, FromProbe::Matroska);
+    OnFirstBytes(context, probe, result, FromProbe::Matroska);
 }
 
-void FromContext::IsoMedia(AVFormatContext* context, ProbeResult& result)
+void FromContext::IsoMedia(AVFormatContext* context, const MovieProbe* probe, ProbeResult& result)
 {
     const std::string brand = GetMetadata(context->metadata, "major_brand");
     if (brand.size() == 4)
         SetByBrand(LittleEndian(brand), result);
     else
-        OnFreshProbe(context, result, SetByExtension);
+        OnFirstBytes(context, probe, result, SetByExtension);
 }
 
-void FromContext::Swf(AVFormatContext* context, ProbeResult& result)
+void FromContext::Swf(AVFormatContext* context, const MovieProbe* probe, ProbeResult& result)
 {
-    OnFreshProbe(context, result, FromProbe::Swf);
+    OnFirstBytes(context, probe, result, FromProbe::Swf);
 }
 
-void FromContext::Gif(AVFormatContext*, ProbeResult& result) { result.format = IFormatFile::FORMAT_GIF; }
+void FromContext::Gif(AVFormatContext*, const MovieProbe*, ProbeResult& result)
+{
+    result.format = IFormatFile::FORMAT_GIF;
+}
 
-void FromContext::JpegXL(AVFormatContext*, ProbeResult& result)
+void FromContext::JpegXL(AVFormatContext*, const MovieProbe*, ProbeResult& result)
 {
     result.format = IFormatFile::FORMAT_JPEGXL;
 }
 
-void FromContext::Png(AVFormatContext*, ProbeResult& result) { result.format = IFormatFile::FORMAT_PNG; }
-
-void FromContext::WebP(AVFormatContext* context, ProbeResult& result)
+void FromContext::Png(AVFormatContext*, const MovieProbe*, ProbeResult& result)
 {
-    OnFreshProbe(context, result, FromProbe::WebP);
+    result.format = IFormatFile::FORMAT_PNG;
+}
+
+void FromContext::WebP(AVFormatContext* context, const MovieProbe* probe, ProbeResult& result)
+{
+    OnFirstBytes(context, probe, result, FromProbe::WebP);
 }
 
 }  // namespace Quorva::Proc::Details

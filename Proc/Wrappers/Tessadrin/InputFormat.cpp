@@ -73,7 +73,7 @@ InputCatalogue::InputCatalogue(std::span<const AVInputFormat* const> demuxers,
 
 const KnownInputFormat* InputCatalogue::Find(const char* demuxer) const noexcept
 {
-    const auto found = known.find(demuxer);
+    const auto found = demuxer ? known.find(demuxer) : known.end();
     return found == known.end() ? nullptr : &found->second;
 }
 
@@ -153,17 +153,41 @@ void DetectFileInputFormat(const MovieProbe& probe, ProbeResult& result)
     result.implementation = ImplNames::FFMPEG;
 }
 
+namespace {
+
+/// Null where the context isn't one that FFmpeg has opened for reading.
+const KnownInputFormat* FindKnown(const AVFormatContext* context)
+{
+    return context && context->iformat ? GetLoaded().inputs.Find(context->iformat->name) : nullptr;
+}
+
+/// @param probe  of the opened file; null to read it again where the context doesn't tell
+std::string FormatOf(const KnownInputFormat& entry, AVFormatContext* context, const MovieProbe* probe)
+{
+    if (!entry.format.empty())
+        return std::string(entry.format);
+    ProbeResult result{.format = context->iformat->name, .score = 0, .implementation = {}};
+    if (entry.fromContext)
+        entry.fromContext(context, probe, result);
+    return result.format;
+}
+
+}  // namespace
+
 std::string GetContainerFormat(AVFormatContext* context)
 {
-    const KnownInputFormat* entry = GetLoaded().inputs.Find(context->iformat->name);
+    const KnownInputFormat* entry = FindKnown(context);
     if (!entry)
         Throw<ProcException>("Unknown file format");
-    if (!entry->format.empty())
-        return std::string(entry->format);
-    ProbeResult result{.format = context->iformat->name, .score = 0, .implementation = {}};
-    if (entry->fromContext)
-        entry->fromContext(context, result);
-    return result.format;
+    return FormatOf(*entry, context, nullptr);
+}
+
+std::string GetContainerFormat(AVFormatContext* context, const MovieProbe& probe)
+{
+    const KnownInputFormat* entry = FindKnown(context);
+    if (!entry)
+        Throw<ProcException>("Unknown file format");
+    return FormatOf(*entry, context, &probe);
 }
 
 std::vector<std::string> GetFFMPEGKnownInputFormats()
@@ -185,7 +209,7 @@ const std::unordered_map<std::string, const AVInputFormat*>& GetFFMPEGSupportedI
 
 bool IsSingleImageContainer(const std::string& format, AVFormatContext* context)
 {
-    if (format == IFormatFile::FORMAT_GIF && context->nb_streams == 1 &&
+    if (format == IFormatFile::FORMAT_GIF && context && context->nb_streams == 1 &&
         context->streams[0]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
         context->streams[0]->nb_frames == 1)
         return true;

@@ -34,7 +34,7 @@ OutputCatalogue::OutputCatalogue(std::span<const AVOutputFormat* const> muxers)
 
     formats.reserve(std::size(outputRows) + std::size(outputAliasRows));
     for (const AVOutputFormat* muxer : muxers) {
-        if (muxer->flags & AVFMT_EXPERIMENTAL)
+        if (muxer->flags & AVFMT_EXPERIMENTAL || !muxer->name)
             continue;
         const auto [first, last] = known.equal_range(muxer->name);
         if (first == last)

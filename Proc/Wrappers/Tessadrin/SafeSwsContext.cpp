@@ -127,6 +127,10 @@ int GetSafeFlags(const SwsCtxParams& p)
                : p.flags;
 }
 
+/// Lanczos' parameter is its window's half width. FFmpeg asserts that a window has a width, when the context
+/// is initialised and again when its tables are replaced.
+bool HasWindow(const SwsCtxParams& p) { return !(p.flags & SWS_LANCZOS) || !p.params || p.params->first > 0; }
+
 bool HasEffect(const SwsFilter* filter)
 {
     return filter &&
@@ -178,17 +182,37 @@ void CopyPlanes(const AVPixFmtDescriptor& d, int width, int height, const SwsSou
     }
 }
 
-/// The bits that samples of the format have room for and don't use; 0 where FFmpeg minds that itself.
+/// Whether each 16-bit word of each plane is one sample, in its low bits. Packed formats such as X2BGR10 have
+/// components with the same shift, but share words.
+bool HasPlainWords(const AVPixFmtDescriptor& d)
+{
+    const std::span components(d.comp, d.nb_components);
+    return std::ranges::all_of(components, [&](const AVComponentDescriptor& component) {
+        const auto sharing = std::ranges::count(components, component.plane, &AVComponentDescriptor::plane);
+        return component.depth > 8 && component.depth < 16 && component.depth == d.comp[0].depth &&
+               component.shift == 0 && component.offset % 2 == 0 && component.step == 2 * sharing;
+    });
+}
+
+/// The bits of a word that lie above the sample's depth; 0 where FFmpeg masks them itself.
 uint16_t GetStrayBits(AVPixelFormat format)
 {
     const AVPixFmtDescriptor& d = *GetPixelFormatDescription(format);
-    const int depth = d.comp[0].depth;
-    if (depth <= 8 || depth >= 16 || d.comp[0].shift != 0 || d.comp[0].step > 4)
+    if (!HasPlainWords(d))
         return 0;
-    const auto bits = static_cast<uint16_t>(0xffff << depth);
+    const auto bits = static_cast<uint16_t>(0xffff << d.comp[0].depth);
     const bool swapped =
         ((d.flags & AV_PIX_FMT_FLAG_BE) != 0) == (std::endian::native == std::endian::little);
     return swapped ? static_cast<uint16_t>(bits >> 8 | bits << 8) : bits;
+}
+
+/// Whether FFmpeg takes the slice: inside of the picture, and from and to whole rows of chroma.
+bool IsSliceOf(const SwsItem& item, int sliceY, int sliceH)
+{
+    if (sliceY < 0 || sliceH < 0 || sliceY > item.height - sliceH)
+        return false;
+    const int unit = 1 << GetPixelFormatDescription(item.format)->log2_chroma_h;
+    return sliceY % unit == 0 && (sliceH % unit == 0 || sliceY + sliceH == item.height);
 }
 
 /// A slice whose samples may exceed the depth of their format, as those of raw video: FFmpeg's tables for RGB
@@ -302,7 +326,7 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p, int threads)
     }
     if (threads != 1)
         set("threads", threads);
-    if (sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0)
+    if (!HasWindow(p) || sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0)
         Raise(Exception(p) << TagDescription("Can't init SW Scale context"));
 
     if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified)
@@ -321,7 +345,9 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
         CopyPlanes(*copyDescriptor, params.src.width, params.dst.height, src, sliceY, sliceH, dst);
         return params.dst.height;
     }
-    if (!context)
+    // FFmpeg refuses most of these itself, with the same code, and reads outside of the picture for the
+    // others.
+    if (!context || !IsSliceOf(params.src, sliceY, sliceH))
         return AVERROR(EINVAL);
     const auto scale = [&](const SwsSource& source) {
         return sws_scale(context, source.data, source.linesize, sliceY, sliceH, dst.data, dst.linesize);
@@ -339,8 +365,9 @@ int SafeSwsContext::Scale(const SwsSource& src, const SwsDestination& dst) const
 
 int SafeSwsContext::Scale(const AVFrame& source, AVFrame& target) const
 {
-    // Of FFmpeg's two calls only the one for frames makes use of threads.
-    if (!context || strayBits || unwritten)
+    // Of FFmpeg's two calls only the one for frames makes use of threads. It would allocate another picture
+    // for a target whose own isn't reference-counted.
+    if (!context || strayBits || unwritten || (target.data[0] && !target.buf[0]))
         return Scale(SwsSource(source), SwsDestination(target));
     const int result = sws_scale_frame(context, &target, &source);
     return result < 0 ? result : params.dst.height;

@@ -122,7 +122,8 @@ public:
     /// @param sliceY, sliceH  first row and row count, in luma rows of the source
     /// @param dst             planes of the whole picture, params.dst.height rows
     /// @return                rows written, or the destination's height where planes are only copied;
-    ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty
+    ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty, and
+    ///                        for a slice that isn't part of the picture, of which nothing is read
     /// @throws std::bad_alloc  samples exceed their format's depth, as raw video's may, and there is no
     ///                         memory for the slice without them: FFmpeg reads outside its tables there.
     int Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
@@ -130,8 +131,11 @@ public:
     int Scale(const SwsSource& src, const SwsDestination& dst) const;
 
     /// The whole picture, by as many threads as were asked for; the same bytes as by one.
-    /// @param source, target  of the sizes and formats of the parameters, with reference-counted memory
-    /// @return                rows written; FFmpeg's negative code when the scaler refuses
+    /// @param source  of the size and format of the parameters
+    /// @param target  likewise; a frame without a picture gets one. Where its picture isn't
+    /// reference-counted,
+    ///                one thread does the work
+    /// @return        rows written; FFmpeg's negative code when the scaler refuses
     int Scale(const AVFrame& source, AVFrame& target) const;
 
     void Reset() noexcept { SafeSwsContext().Swap(*this); }
@@ -151,10 +155,11 @@ public:
 
 private:
     SwsCtxParams params;
-    const AVPixFmtDescriptor* copyDescriptor = nullptr;  ///< FFmpeg's, static; set where planes are copied
-    const AVPixFmtDescriptor* unwritten =
-        nullptr;             ///< likewise; set where the scaler copies all but the chroma
-    uint16_t strayBits = 0;  ///< that no sample of the source may have, as the words lie in memory; 0: any
+    /// Set where planes are copied without a scaler. FFmpeg's, static.
+    const AVPixFmtDescriptor* copyDescriptor = nullptr;
+    /// Set when swscale copies only the luma plane. FFmpeg's, static.
+    const AVPixFmtDescriptor* unwritten = nullptr;
+    uint16_t strayBits = 0;         ///< mask of bits above the samples' depth, in memory order; 0: none
     SwsContext* context = nullptr;  ///< owned
 };
 

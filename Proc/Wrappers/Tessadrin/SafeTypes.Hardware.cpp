@@ -3,6 +3,7 @@
 #include "Proc/Wrappers/Tessadrin/Details/KeyFrame.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Quorva::Proc {
 
@@ -11,9 +12,13 @@ using Details::Throw;
 
 namespace {
 
-constexpr int ALIGNMENT = 32;  // of rows, bytes: what FFmpeg's vector code likes
+constexpr int ALIGNMENT = 32;  // row alignment for FFmpeg's SIMD code, in bytes
 
-/// FFmpeg's buffers don't tell what is in them; of its public structures these two sizes are the only ones.
+/// Marks the buffers of SafeFrame's own pictures, as their opaque pointer.
+constinit char ownPicture = 0;
+
+/// An AVBufferRef has no type tag. These two structures differ in size from each other and from everything
+/// else that FFmpeg's public interface keeps in buffers.
 template <class Context>
 Context* Contents(const AVBufferRef* buffer)
 {
@@ -38,7 +43,25 @@ void SetColorSpace(AVFrame& frame, const Conf::ColorSpace& colorSpace)
     frame.colorspace = static_cast<AVColorSpace>(colorSpace.matrix);
 }
 
-/// FFmpeg puts a pool's picture in place of what the frame holds and releases nothing of that.
+/// Makes the memory of av_image_alloc() reference-counted. Without a buffer FFmpeg would replace `data` in a
+/// frame that it writes to, and leave the memory to an owner that can't know.
+/// @return  whether there was memory for the reference
+bool CountReferences(AVFrame& frame, AVPixelFormat format, int height)
+{
+    ptrdiff_t strides[4];
+    size_t sizes[4] = {};
+    std::ranges::copy_n(frame.linesize, 4, strides);
+    // The same layout was accepted by av_image_alloc() before.
+    av_image_fill_plane_sizes(sizes, format, height, strides);
+    const uint8_t* end = frame.data[0];
+    for (int plane = 0; plane < 4 && frame.data[plane]; ++plane)
+        end = std::max<const uint8_t*>(end, frame.data[plane] + sizes[plane]);
+    frame.buf[0] = av_buffer_create(frame.data[0], static_cast<size_t>(end - frame.data[0]),
+                                    av_buffer_default_free, &ownPicture, 0);
+    return frame.buf[0];
+}
+
+/// av_hwframe_get_buffer() overwrites the references that a frame holds without releasing them.
 void ReleaseBuffers(AVFrame& frame)
 {
     for (AVBufferRef*& buffer : frame.buf)
@@ -50,6 +73,22 @@ void ReleaseBuffers(AVFrame& frame)
     av_buffer_unref(&frame.hw_frames_ctx);
 }
 
+/// Moves what av_hwframe_get_buffer() sets, in place of the picture that `to` holds.
+void MovePicture(AVFrame& from, AVFrame& to)
+{
+    ReleaseBuffers(to);
+    if (to.extended_data != to.data)
+        av_freep(&to.extended_data);
+    std::ranges::swap_ranges(from.buf, to.buf);
+    std::ranges::copy(from.data, to.data);
+    std::ranges::copy(from.linesize, to.linesize);
+    to.extended_data = to.data;
+    to.hw_frames_ctx = std::exchange(from.hw_frames_ctx, nullptr);
+    to.format = from.format;
+    to.width = from.width;
+    to.height = from.height;
+}
+
 }  // namespace
 
 SafeFrame::SafeFrame(const Conf::ColorSpace& colorSpace, AVPixelFormat format, int width, int height,
@@ -57,20 +96,27 @@ SafeFrame::SafeFrame(const Conf::ColorSpace& colorSpace, AVPixelFormat format, i
                      int sarDen)
     : SafeFrame()  // from here on the destructor frees the frame, whatever is thrown
 {
-    if (av_image_alloc(frame->data, frame->linesize, width, height, format, ALIGNMENT) < 0) {
+    const bool allocated =
+        av_image_alloc(frame->data, frame->linesize, width, height, format, ALIGNMENT) >= 0;
+    if (!allocated || !CountReferences(*frame, format, height)) {
+        av_freep(&frame->data[0]);
         const int size = av_image_get_buffer_size(format, width, height, ALIGNMENT);
         Raise(Core::MemoryException("Unable to allocate memory for AVFrame data",
                                     static_cast<uint64_t>(std::max(size, 0)))
               << Core::MemoryException::TagFrameWidth(width)
               << Core::MemoryException::TagFrameHeight(height));
     }
-    ownsData = true;
     SetColorSpace(*frame, colorSpace);
     frame->format = format;
     frame->width = width;
     frame->height = height;
     Details::SetKeyFrame(*frame, false);
     frame->sample_aspect_ratio = {sarNum, sarDen};
+}
+
+bool SafeFrame::OwnsPicture(const AVFrame* frame) noexcept
+{
+    return frame && frame->buf[0] && av_buffer_get_opaque(frame->buf[0]) == &ownPicture;
 }
 
 SafeBuffer::SafeBuffer(AVBufferRef* source) : buffer(av_buffer_ref(source))
@@ -160,12 +206,15 @@ void SafeBuffer::InitFramesContext()
 void SafeBuffer::AllocFrame(AVFrame* frame) const
 {
     GetFramesContext();
-    ReleaseBuffers(*frame);
-    const int result = av_hwframe_get_buffer(buffer, frame, 0);
+    // A failure releases what it had put into the frame and leaves pointers to it.
+    const auto free = [](AVFrame* unused) { av_frame_free(&unused); };
+    const std::unique_ptr<AVFrame, decltype(free)> fresh(av_frame_alloc());
+    const int result = fresh ? av_hwframe_get_buffer(buffer, fresh.get(), 0) : AVERROR(ENOMEM);
     if (result == AVERROR(ENOMEM))
         Throw<Exception>("Not enough memory to create hardware frame");
     if (result < 0)
         Throw<Exception>("Can't create hardware frame, error = {}", result);
+    MovePicture(*fresh, *frame);
 }
 
 SafeFrame SafeBuffer::AllocFrame(const Conf::ColorSpace& colorSpace) const

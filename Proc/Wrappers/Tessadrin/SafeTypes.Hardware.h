@@ -37,8 +37,8 @@ public:
             Details::Raise(
                 Core::MemoryException("Unable to allocate memory for AVFrame struct", sizeof(AVFrame)));
     }
-    /// A frame with a picture of undefined contents, rows aligned to 32 bytes. No key frame. The picture
-    /// isn't reference-counted: FFmpeg copies it where it would keep a reference.
+    /// A frame with a picture of undefined contents, rows aligned to 32 bytes. No key frame. FFmpeg counts
+    /// the references to the picture: it may be written to by FFmpeg, and kept longer than this object.
     /// @param width, height   pixels
     /// @param sarNum, sarDen  shape of the pixels
     /// @throws Core::MemoryException  frame or picture cannot be allocated, as for formats and sizes that
@@ -63,8 +63,8 @@ public:
 
     AVFrame* get() const noexcept { return frame; }  ///< owned by this object; null when moved from
     AVFrame* operator->() const noexcept { return frame; }
-    /// Whether the picture is memory of its own, which goes with it.
-    bool OwnsData() const noexcept { return ownsData; }
+    /// Whether the picture is the one that the constructor allocated.
+    bool OwnsData() const noexcept { return ownsData || OwnsPicture(frame); }
     void Swap(SafeFrame& other) noexcept
     {
         std::swap(frame, other.frame);
@@ -72,8 +72,10 @@ public:
     }
 
 private:
+    TESSADRIN_API static bool OwnsPicture(const AVFrame* frame) noexcept;
+
     AVFrame* frame;         ///< owned
-    bool ownsData = false;  ///< its picture is memory of av_image_alloc(), not reference-counted
+    bool ownsData = false;  ///< its picture is to be freed by av_freep(); no longer set, since 1.1
 };
 
 /// A reference to a hardware device, or to a pool of frames on one; both are FFmpeg's and counted by it. A
@@ -126,8 +128,9 @@ public:
     /// @throws ProcException  no pool, or the device refuses.
     void InitFramesContext();
 
-    /// Gives `frame` a picture of the pool, in place of the one it has. The frame keeps the pool alive.
-    /// @param frame  not null; its buffers are released before, its other fields stay
+    /// Gives `frame` a picture of the pool, in place of the one it has. The frame keeps the pool alive. A
+    /// failure leaves the frame as it was.
+    /// @param frame  not null; its buffers are released, its other fields stay
     /// @throws ProcException  no pool.
     /// @throws Quorva::Exception  there is no picture to be had, as from a pool that isn't ready.
     void AllocFrame(AVFrame* frame) const;

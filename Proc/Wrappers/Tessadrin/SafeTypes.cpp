@@ -94,7 +94,7 @@ bool SafeEncoderCodec::IsTwoPassEncodingAllowed() const
 {
     static const NameSet encoders = {"libaom-av1", "libvpx",     "libvpx-vp9", "libvvenc", "libx264",
                                      "mjpeg",      "mpeg1video", "mpeg2video", "mpeg4"};
-    return encoders.contains(std::string_view(codec->name));
+    return codec->name && encoders.contains(std::string_view(codec->name));
 }
 
 }  // namespace Quorva::Proc

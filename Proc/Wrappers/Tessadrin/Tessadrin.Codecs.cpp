@@ -36,6 +36,8 @@ Named NamesOf(std::span<const SelectionRow> rows)
 /// As avcodec_find_decoder_by_name() and its twin do: the first of that name.
 void AddNamed(Named& named, const AVCodec* codec)
 {
+    if (!codec->name)
+        return;
     if (const auto found = named.find(codec->name); found != named.end() && !found->second)
         found->second = codec;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -79,7 +80,7 @@ int64_t FindMark(AVIOContext* io, int64_t from, std::string_view mark)
 /// @return          that of the last step before the next page begins, or of the last step there is
 int64_t LastVainStep(AVFormatContext* context, int64_t position, int64_t length)
 {
-    if (std::string_view(context->iformat->name) != "ogg")
+    if (!context->iformat || !context->iformat->name || std::string_view(context->iformat->name) != "ogg")
         return position;
     const int64_t page = FindMark(context->pb, position, "OggS");
     if (page < 0)
@@ -94,7 +95,8 @@ int FFReadCallback(void* opaque, uint8_t* buffer, int size)
 {
     if (!opaque || !buffer || size <= 0)
         return AVERROR_EOF;
-    const uint64_t count = static_cast<Core::IDataInput*>(opaque)->Read(buffer, static_cast<uint64_t>(size));
+    auto& stream = *static_cast<Core::IDataInput*>(opaque);
+    const uint64_t count = Core::CheckedRead(stream, buffer, static_cast<uint64_t>(size));
     return count == 0 ? AVERROR_EOF : static_cast<int>(count);
 }
 
@@ -195,6 +197,8 @@ namespace {
 
 int av_read_frame_fixed(AVFormatContext* context, AVPacket* packet)
 {
+    if (!context || !packet)
+        return AVERROR(EINVAL);
     const AVIOContext* const io = context->pb;  // null for demuxers that open their own input
     const int64_t position = io ? io->pos : AV_NOPTS_VALUE;
     const int result = av_read_frame(context, packet);

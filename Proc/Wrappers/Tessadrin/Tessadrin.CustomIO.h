@@ -28,6 +28,7 @@ inline void* AsOpaque(Core::IDataOutput* stream) { return stream; }
 ///
 /// @param opaque  a `Core::IDataInput*`
 /// @return        bytes read, at most `size`; AVERROR_EOF at the end, for null and for a size below 1
+/// @throws Core::IOException  the stream claims to have read more than `size`: see Core::CheckedRead().
 TESSADRIN_API int FFReadCallback(void* opaque, uint8_t* buffer, int size);
 
 /// `seek` over an input. SEEK_END goes to the end, whatever the offset.
@@ -56,9 +57,10 @@ TESSADRIN_API int64_t FFSeekWCallback(void* opaque, int64_t offset, int whence);
 /// hole of many megabytes takes as many attempts as it has kilobytes.
 ///
 /// @param packet  as for `av_read_frame`: the caller unreferences it
-/// @return        0, or the last error of `av_read_frame`. The end, a request to stop (AVERROR_EXIT), and
-///                ENOENT, ENXIO and ENODEV are returned at once; EAGAIN is tried 20 times more before
-///                skipping. Errors that a demuxer hides are its own affair: some give the end instead.
+/// @return        0, or the last error of `av_read_frame`; AVERROR(EINVAL) for null. The end, a request to
+///                stop (AVERROR_EXIT), and ENOENT, ENXIO and ENODEV are returned at once; EAGAIN is tried
+///                20 times more before skipping. Errors that a demuxer hides are its own affair: some give
+///                the end instead.
 TESSADRIN_API int av_read_frame_fixed(AVFormatContext* context, AVPacket* packet);
 
 }  // namespace Quorva::Proc

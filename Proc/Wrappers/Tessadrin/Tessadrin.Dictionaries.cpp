@@ -40,8 +40,7 @@ void PutMetadata(AVDictionary** dictionary, const char* key, const char* value)
     if (!dictionary || !key || !value)
         Throw<Core::IOException>("NULL parameter(s)");
     if (*value)
-        av_dict_set(dictionary, key, value,
-                    0);  // fails for want of memory only; metadata isn't worth a throw
+        av_dict_set(dictionary, key, value, 0);  // not examined: metadata isn't worth a throw
 }
 
 void PutMetadata(AVDictionary** dictionary, const char* key, const std::string& value)
@@ -78,7 +77,7 @@ std::string AVDictionaryToStr(AVDictionary* dictionary)
 
 AVStream* CreateStream(AVFormatContext* context, const AVCodec* codec)
 {
-    return avformat_new_stream(context, codec);
+    return context ? avformat_new_stream(context, codec) : nullptr;
 }
 
 std::string GetMediaTypeName(AVMediaType type)

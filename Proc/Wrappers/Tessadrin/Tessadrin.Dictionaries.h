@@ -14,7 +14,8 @@
 namespace Quorva::Proc {
 
 /// Adds a copy of key and value, in place of an entry with the same key. An empty value adds nothing and
-/// leaves such an entry as it is.
+/// leaves such an entry as it is. When FFmpeg is out of memory nothing is reported: the entry isn't there
+/// afterwards, and a former one with the same key may be gone.
 ///
 /// @param dictionary  created where it points to null
 /// @throws Core::IOException  one of the arguments is null
@@ -32,15 +33,15 @@ TESSADRIN_API std::string GetMetadata(AVDictionary* dictionary, const char* key)
 /// (29.97 as "30", 1234.5 as "1.23e+03"), whatever the locale. Empty texts, binary and empty properties add
 /// nothing.
 ///
-/// @throws Core::IOException  the dictionary is null and there is a value to add; what was added before
-///                            a throw stays
+/// @throws Core::IOException  the dictionary is null, whatever the value is: empty texts, binary and empty
+///                            properties throw too, and only a tree of nothing but groups doesn't
 TESSADRIN_API void SetContextOptions(AVDictionary** dictionary, const Core::Property& options);
 
 /// All entries as "key=value", one a line; FFmpeg escapes '=', line feeds and backslashes inside them with a
 /// backslash. "NULL" for null, "Can't get data from dictionary" when FFmpeg gives no text.
 TESSADRIN_API std::string AVDictionaryToStr(AVDictionary* dictionary);
 
-/// A new stream that belongs to `context`; null when FFmpeg can't make one.
+/// A new stream that belongs to `context`; null when FFmpeg can't make one or `context` is null.
 ///
 /// @param codec  may be null
 TESSADRIN_API AVStream* CreateStream(AVFormatContext* context, const AVCodec* codec);
@@ -51,9 +52,8 @@ TESSADRIN_API std::string GetMediaTypeName(AVMediaType type);
 /// Finds text without regard to case; letters are those of the C library's current locale, byte by byte, so
 /// that outside ASCII it depends on that locale.
 ///
-/// @return  a pointer into `haystack`, to its first byte for an empty needle; null when the needle isn't
-/// there or
-///          an argument is null
+/// @return  a pointer into `haystack`, to its first byte for an empty needle; null when the needle isn't in
+///          it or an argument is null
 TESSADRIN_API char* stristr(char* haystack, const char* needle);
 
 }  // namespace Quorva::Proc

@@ -110,6 +110,24 @@ int Encode(const SafeEncoderCodec& encoder, const AVFrame& picture, AVPacket* pa
     return result;
 }
 
+struct Release {
+    void operator()(AVPacket* packet) const noexcept { ReleasePacket(&packet); }
+};
+
+/// A marked picture, encoded.
+struct Bitmap {
+    Bitmap(int width, int height, const AVFrame& frame)
+    {
+        const SafeEncoderCodec encoder(AV_CODEC_ID_BMP, ImplNames::FFMPEG);
+        const SafeFrame picture = Convert(frame, ChooseFormat(encoder, frame));
+        MarkEdges(*picture.get(), width, height);
+        result = Encode(encoder, *picture.get(), packet.get());
+    }
+
+    const std::unique_ptr<AVPacket, Release> packet{CreatePacket(0)};
+    int result = 0;  ///< FFmpeg's; `packet` is empty when that is negative
+};
+
 /// @return  what went wrong; empty when nothing did
 std::string Write(const std::string& fileName, const AVPacket& packet)
 {
@@ -129,26 +147,49 @@ std::string Write(const std::string& fileName, const AVPacket& packet)
     return failure;
 }
 
-struct Release {
-    void operator()(AVPacket* packet) const noexcept { ReleasePacket(&packet); }
-};
-
 /// @return  why there is no picture in the file; empty when there is
 std::string Dump(int width, int height, const AVFrame& frame, const std::string& name)
 {
     const std::lock_guard lock(dumpLock);
-    const SafeEncoderCodec encoder(AV_CODEC_ID_BMP, ImplNames::FFMPEG);
-    const SafeFrame picture = Convert(frame, ChooseFormat(encoder, frame));
-    MarkEdges(*picture.get(), width, height);
-    const std::unique_ptr<AVPacket, Release> packet(CreatePacket(0));
-    const int encoded = Encode(encoder, *picture.get(), packet.get());
+    const Bitmap bitmap(width, height, frame);
     const std::string fileName = GetDumpFileName(name, GetNumbers()[name]++, Details::IsKeyFrame(frame));
-    std::string failure = Write(fileName, *packet);
-    if (failure.empty() && encoded < 0)
+    std::string failure = Write(fileName, *bitmap.packet);
+    if (failure.empty() && bitmap.result < 0)
         return fmt::format("the encoder gives nothing for '{}': {}", fileName,
-                           GetErrorDescriptionFFMPEG(encoded));
+                           GetErrorDescriptionFFMPEG(bitmap.result));
     return failure;
 }
+
+bool IsBitmap(const AVSubtitle& subtitle)
+{
+    const AVSubtitleRect* const rectangle = subtitle.num_rects > 0 ? subtitle.rects[0] : nullptr;
+    return rectangle && rectangle->type == SUBTITLE_BITMAP && rectangle->data[0] && rectangle->data[1] &&
+           rectangle->w > 0 && rectangle->h > 0;
+}
+
+/// A frame over a rectangle's pixels, which outlive it.
+class RectangleFrame {
+public:
+    /// @param rectangle  a bitmap
+    explicit RectangleFrame(const AVSubtitleRect& rectangle)
+    {
+        // FFmpeg reads a palette to its 256th entry, however many the rectangle has.
+        const int colours = std::clamp(rectangle.nb_colors, 0, AVPALETTE_COUNT);
+        std::memcpy(palette.data(), rectangle.data[1], static_cast<size_t>(colours) * sizeof(uint32_t));
+        frame->width = rectangle.w;
+        frame->height = rectangle.h;
+        frame->format = AV_PIX_FMT_PAL8;
+        frame->data[0] = rectangle.data[0];
+        frame->linesize[0] = rectangle.linesize[0];
+        frame->data[1] = palette.data();
+        frame->linesize[1] = rectangle.linesize[1];
+    }
+    const AVFrame* Get() { return &frame; }
+
+private:
+    std::array<uint8_t, AVPALETTE_SIZE> palette = {};
+    AVFrameWrapper frame;
+};
 
 }  // namespace
 
@@ -175,28 +216,31 @@ void AVFrame_SaveToBmp(const boost::intrusive_ptr<const IDataVideo>& video, cons
     AVFrame_SaveToBmp(picture.width, picture.height, video->GetFrame(), name);
 }
 
+std::vector<uint8_t> AVFrame_ToBmp(int width, int height, const AVFrame* frame)
+{
+    const Bitmap bitmap(width, height, Details::GetAVFrameRef(frame));
+    if (bitmap.result < 0)
+        Details::Throw<ProcException>("The BMP encoder gives nothing: {}",
+                                      GetErrorDescriptionFFMPEG(bitmap.result));
+    return {bitmap.packet->data, bitmap.packet->data + bitmap.packet->size};
+}
+
 void Subtitle_SaveToBmp(const AVSubtitle& subtitle, const std::string& name)
 {
-    const AVSubtitleRect* const rectangle = subtitle.num_rects > 0 ? subtitle.rects[0] : nullptr;
-    if (!rectangle || rectangle->type != SUBTITLE_BITMAP || !rectangle->data[0] || !rectangle->data[1] ||
-        rectangle->w <= 0 || rectangle->h <= 0) {
+    if (!IsBitmap(subtitle)) {
         LOG(ERROR) << "Subtitle_SaveToBmp() - no bitmap in the subtitle for '" << name << "'";
         return;
     }
-    // FFmpeg reads a palette to its 256th entry, however many the rectangle has.
-    std::array<uint8_t, AVPALETTE_SIZE> palette = {};
-    const int colours = std::clamp(rectangle->nb_colors, 0, AVPALETTE_COUNT);
-    std::memcpy(palette.data(), rectangle->data[1], static_cast<size_t>(colours) * sizeof(uint32_t));
+    const AVSubtitleRect& rectangle = *subtitle.rects[0];
+    AVFrame_SaveToBmp(rectangle.w, rectangle.h, RectangleFrame(rectangle).Get(), name);
+}
 
-    AVFrameWrapper frame;
-    frame->width = rectangle->w;
-    frame->height = rectangle->h;
-    frame->format = AV_PIX_FMT_PAL8;
-    frame->data[0] = rectangle->data[0];
-    frame->linesize[0] = rectangle->linesize[0];
-    frame->data[1] = palette.data();
-    frame->linesize[1] = rectangle->linesize[1];
-    AVFrame_SaveToBmp(rectangle->w, rectangle->h, &frame, name);
+std::vector<uint8_t> Subtitle_ToBmp(const AVSubtitle& subtitle)
+{
+    if (!IsBitmap(subtitle))
+        Details::Throw<ProcException>("The subtitle holds no bitmap");
+    const AVSubtitleRect& rectangle = *subtitle.rects[0];
+    return AVFrame_ToBmp(rectangle.w, rectangle.h, RectangleFrame(rectangle).Get());
 }
 
 void Subtitle_SaveToBmp(const boost::intrusive_ptr<const IDataSubtitle>& subtitle, const std::string& name)

@@ -15,8 +15,10 @@
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "host/ProcessingSupport.h"
 
+#include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace Quorva::Proc {
 
@@ -53,13 +55,26 @@ TESSADRIN_API void Subtitle_SaveToBmp(const AVSubtitle& subtitle, const std::str
 TESSADRIN_API void Subtitle_SaveToBmp(const boost::intrusive_ptr<const IDataSubtitle>& subtitle,
                                       const std::string& name);
 
+/// Returns what AVFrame_SaveToBmp() would write, for callers with a file or stream of their own. No number is
+/// used up.
+/// @throws  as AVFrame_SaveToBmp(), and ProcException when the encoder gives nothing.
+TESSADRIN_API std::vector<uint8_t> AVFrame_ToBmp(int width, int height, const AVFrame* frame);
+
+/// Returns what Subtitle_SaveToBmp() would write.
+/// @throws  as AVFrame_ToBmp(), and ProcException when the first rectangle is not a bitmap.
+TESSADRIN_API std::vector<uint8_t> Subtitle_ToBmp(const AVSubtitle& subtitle);
+
 /// What all rectangles hold, with nothing between them: text as it is, ASS events as lines of a script, and
 /// of a bitmap the first row of each of its planes, as bytes. Empty for none.
 TESSADRIN_API std::string Subtitle_ToString(const AVSubtitle& subtitle);
 
 /// A packet's fields on one line without an end, times in ticks of its stream: "1+: pts 3600, dts 0, dur
 /// 1800, size 4213, flags 1", where + stands for a key frame. "NULL" for null. Digits are plain whatever the
-/// stream's locale and flags are.
+/// stream's locale and flags are. Found without a using-declaration wherever this header is included.
 TESSADRIN_API std::ostream& operator<<(std::ostream& stream, const AVPacket* packet);
 
 }  // namespace Quorva::Proc
+
+// AVPacket is a global type, so argument-dependent lookup searches here. Without this a packet would be
+// printed as an address outside of Quorva::Proc.
+using Quorva::Proc::operator<<;

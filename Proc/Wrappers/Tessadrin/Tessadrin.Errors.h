@@ -112,7 +112,8 @@ TESSADRIN_API std::string GetErrorDescriptionFFMPEG(int errorCode);
 class TESSADRIN_API AVOptSetter {
 public:
     /// @param owner   an FFmpeg object whose first member is its AVClass; not owned by the setter
-    /// @param option  NUL-terminated; outlives the setter
+    /// @param option  the whole of a NUL-terminated text, which outlives the setter: FFmpeg reads the name to
+    ///                its NUL, exceptions quote it by the view's length
     /// @param flags   AV_OPT_SEARCH_*, or 0
     AVOptSetter(void* owner, std::string_view option, int flags)
         : object(owner), name(option), searchFlags(flags)

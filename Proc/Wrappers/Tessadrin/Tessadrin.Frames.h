@@ -9,6 +9,10 @@ namespace Quorva::Proc {
 
 /// One AVFrame and the references it holds. Copies take references of their own; a moved-from wrapper, like a
 /// new one, is as `av_frame_alloc` makes it. Never throws.
+///
+/// A plane array of its own (`extended_data` other than `data`) belongs to the frame, as everywhere in
+/// FFmpeg. Moves and assignments keep that of audio with planes in it, and free any other with `av_free`: a
+/// picture's planes all have room in `data`.
 class TESSADRIN_API AVFrameWrapper {
 public:
     AVFrameWrapper() noexcept;

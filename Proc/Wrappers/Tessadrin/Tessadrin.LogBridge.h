@@ -22,6 +22,8 @@ namespace Quorva::Proc {
 /// the process. One that logs through FFmpeg in turn must do so in WaitTillSent(), on the thread it is called
 /// on: send() runs under that library's own lock.
 ///
+/// A sink must not fork(): the bridge's lock is held, and the child couldn't release it.
+///
 /// @param context    null, or FFmpeg's object whose first member is its AVClass
 /// @param level      AV_LOG_*; colour bits are ignored
 /// @param format     as of printf; null is ignored

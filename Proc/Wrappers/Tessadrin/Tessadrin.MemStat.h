@@ -49,7 +49,8 @@ private:
 
 /// Makes a record the current one of the process as long as it lives; meanwhile, a further MemLocker waits on
 /// any other thread. On the same thread one may live inside another: the inner one replaces the current
-/// record, and when it ends, none is current, the outer one's neither. Ends on the thread that made it.
+/// record, and when it ends, none is current, the outer one's neither. Ends on the thread that made it. Don't
+/// fork() while one lives: the child could neither end it nor make another.
 class TESSADRIN_API MemLocker {
 public:
     /// @param label  for the reader of the code; not used

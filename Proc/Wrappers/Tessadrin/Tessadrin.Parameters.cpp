@@ -11,6 +11,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <map>
 
 namespace Quorva::Proc {
@@ -209,8 +210,12 @@ int64_t GetAudioBitrate(const AVCodecParameters* parameters)
         default:
             return parameters->bit_rate;
     }
-    // 64 bits: a damaged header may claim rates whose product doesn't fit 32.
-    return int64_t{parameters->sample_rate} * parameters->ch_layout.nb_channels * bits;
+    // A damaged header may claim anything; the first product of two ints fits 64 bits.
+    const int64_t samples = int64_t{parameters->sample_rate} * parameters->ch_layout.nb_channels;
+    int64_t rate = 0;
+    if (__builtin_mul_overflow(samples, bits, &rate))
+        return samples < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+    return rate;
 }
 
 void GetStreamAspect(const AVStream* stream, int64_t& num, int64_t& den)

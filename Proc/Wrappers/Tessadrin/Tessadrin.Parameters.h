@@ -34,7 +34,8 @@ TESSADRIN_API void SetExtradata(AVCodecParameters* parameters,
 TESSADRIN_API int64_t GetProperQuality(const boost::intrusive_ptr<const Conf::IFormatCodec>& codec,
                                        int64_t& maxQuantizer);
 
-/// Bits per second: computed for plain PCM, otherwise what the parameters say.
+/// Bits per second: computed for plain PCM, otherwise what the parameters say. A product beyond 64 bits, as
+/// from a damaged header, ends at INT64_MAX or INT64_MIN.
 TESSADRIN_API int64_t GetAudioBitrate(const AVCodecParameters* parameters);
 
 /// The shape of a stream's pixels, num : den, reduced; 1 : 1 when neither the stream nor its parameters say.

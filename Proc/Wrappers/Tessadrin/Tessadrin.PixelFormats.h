@@ -49,8 +49,7 @@ TESSADRIN_API PixFmt FindBestPixelFormatOfList(const std::vector<PixFmt>& list, 
 /// @param width  pixels of the picture, not of the plane
 /// @param plane  0 to 3
 /// @return       0 for a plane that the format doesn't have; FFmpeg's negative code unchanged where it
-/// refuses,
-///               AVERROR(EINVAL) for a plane outside 0 to 3
+///               refuses, AVERROR(EINVAL) for a plane outside 0 to 3
 TESSADRIN_API int GetLineSize(PixFmt format, int width, int plane);
 
 /// FFmpeg's description, in static memory; null for a number that FFmpeg doesn't describe.

@@ -49,11 +49,15 @@ void CheckPixelFormats(const std::vector<PixFmtDescription>& descriptions)
 {
     std::ranges::for_each(descriptions, [](const PixFmtDescription& ours) {
         const AVPixFmtDescriptor* theirs = GetPixelFormatDescription(static_cast<AVPixelFormat>(ours.format));
-        if (!theirs || !Agree(ours, *theirs))
-            // Compilers spell the name of a lambda in more than one way; records have this one.
-            RaiseLogicError(fmt::format("Bad pixel format descriptions: {} (QUORVA) != {} (FFMPEG)",
-                                        ours.GetName(), theirs ? theirs->name : "none"),
-                            "operator ()");
+        if (theirs && Agree(ours, *theirs))
+            return;
+        const char* name = "none";
+        if (theirs)
+            name = theirs->name ? theirs->name : "unnamed";
+        // Compilers spell the name of a lambda in more than one way; records have this one.
+        RaiseLogicError(
+            fmt::format("Bad pixel format descriptions: {} (QUORVA) != {} (FFMPEG)", ours.GetName(), name),
+            "operator ()");
     });
 }
 

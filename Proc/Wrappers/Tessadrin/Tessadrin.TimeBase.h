@@ -20,7 +20,8 @@ TESSADRIN_API int64_t AvRescale(int64_t a, int64_t b, int64_t c);
 TESSADRIN_API int64_t global_to_stream(int64_t timestamp, const AVRational& timeBase);
 TESSADRIN_API int64_t stream_to_global(int64_t timestamp, const AVRational& timeBase);
 
-/// Brings num/den to lowest terms in place; each keeps its sign. 0/0 stays.
+/// Brings num/den to lowest terms in place; each keeps its sign. With one of them 0, a positive other one
+/// becomes 1 and a negative one stays as it is; 0/0 stays, and so does a pair of INT64_MIN.
 TESSADRIN_API void reduce(unsigned int& num, unsigned int& den);
 TESSADRIN_API void reduce(int64_t& num, int64_t& den);
 

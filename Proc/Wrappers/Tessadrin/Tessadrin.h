@@ -1,6 +1,9 @@
 /// @file
 /// Everything the library offers, for callers that want it at once. The library itself includes the header of
 /// what it uses.
+///
+/// A process with one thread may load the library and fork() workers that use it; with more threads a child
+/// may only call async-signal-safe functions until exec. See "fork()" in docs/architecture.md.
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/ChannelLayoutsConvertion.h"

@@ -36,6 +36,7 @@ struct InputCatalogue {
     InputMap formats;
 
     /// Null when the pipeline doesn't know the demuxer.
+    /// @param demuxer  its name; null where it has none
     const KnownInputFormat* Find(const char* demuxer) const noexcept;
 };
 

@@ -16,16 +16,17 @@ namespace Quorva::Proc::Details {
 
 /// Refines a result from a file's first bytes.
 using ProbeRecogniser = void(const MovieProbe& probe, ProbeResult& result);
-/// Refines a result from a file that FFmpeg has opened. Those that need the file's first bytes read them
-/// again by the context's url, and do nothing without one.
-using ContextRecogniser = void(AVFormatContext* context, ProbeResult& result);
+/// Refines a result from a file that FFmpeg has opened.
+/// @param probe  the file's first bytes for those that need them; null to read them again by the context's
+///               url, and to leave the result alone without one
+using ContextRecogniser = void(AVFormatContext* context, const MovieProbe* probe, ProbeResult& result);
 
 namespace FromProbe {
 /// The format of the image demuxer that scores higher than all others.
 ProbeRecogniser ImageSequence;
 /// The first known document type that stands anywhere behind an EBML magic.
 ProbeRecogniser Matroska;
-/// By the major brand; without one by the file's extension.
+/// By the major brand; one that is cut off counts as unknown. By the file's extension where there is none.
 ProbeRecogniser IsoMedia;
 ProbeRecogniser Swf;
 ProbeRecogniser Gif;
