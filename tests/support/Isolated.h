@@ -15,6 +15,7 @@ namespace Quorva::Tool {
 
 struct IsolatedRun final : IsolatedWork {
     size_t count = 1;
+    size_t given = 0;
     std::function<int(size_t)> process;
     std::function<std::string(size_t)> path = [](size_t index) { return "file" + std::to_string(index); };
     std::function<Descriptor(const std::string&)> openOutput;
@@ -26,11 +27,16 @@ struct IsolatedRun final : IsolatedWork {
     std::vector<FileResult> results;
     std::string records, output, errors;
 
-    size_t GetCount() const override { return count; }
-    std::string GetPath(size_t index) const override { return path(index); }
-    int Process(size_t index) override { return process(index); }
+    NextFile Next(WalkedFile& file) override
+    {
+        if (given == count)
+            return NextFile::End;
+        file.path = path(given++);
+        return NextFile::File;
+    }
+    int Process(size_t index, const WalkedFile&) override { return process(index); }
     void Record(size_t, std::string_view bytes) override { records += bytes; }
-    void Done(size_t index, const FileResult& result) override
+    void Done(size_t index, const WalkedFile&, const FileResult& result) override
     {
         order.push_back(index);
         results.push_back(result);

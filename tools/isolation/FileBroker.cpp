@@ -2,6 +2,7 @@
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "host/FoundationIO.h"
+#include "tools/isolation/PipeStore.h"
 #include "tools/support/Failure.h"
 
 #include <fcntl.h>
@@ -81,20 +82,27 @@ ControlMessage FileBroker::Answer(const ControlMessage& request)
     ControlMessage answer;
     answer.kind = ControlMessage::Kind::Opened;
     try {
-        if (request.payload.find('\0') != std::string::npos || request.payload.size() >= PATH_MAX)
-            ThrowSystem(request.payload.substr(0, 64), ENAMETOOLONG);
-        if (request.kind == ControlMessage::Kind::Input)
-            answer.descriptor = OpenInput(request.payload);
-        else if (options.openOutput)
-            answer.descriptor = options.openOutput(request.payload);
-        else
-            ThrowInput(request.payload, "this command writes no files", FailureKind::Unwritable);
+        answer.descriptor = Open(request);
     } catch (...) {
         const Failure failure = CurrentFailure({});
         answer.kind = ControlMessage::Kind::Refused;
         answer.payload = static_cast<char>(failure.kind) + failure.description.substr(0, PATH_MAX + 256);
     }
     return answer;
+}
+
+Descriptor FileBroker::Open(const ControlMessage& request)
+{
+    const std::string& path = request.payload;
+    if (path.find('\0') != std::string::npos || path.size() >= PATH_MAX)
+        ThrowSystem(path.substr(0, 64), ENAMETOOLONG);
+    if (request.kind == ControlMessage::Kind::Input)
+        return OpenInput(path);
+    if (request.kind == ControlMessage::Kind::Spool && path == first)
+        return OpenSpoolFile(path);
+    if (request.kind == ControlMessage::Kind::Output && options.openOutput)
+        return options.openOutput(path);
+    ThrowInput(path, "this command writes no files", FailureKind::Unwritable);
 }
 
 Descriptor FileBroker::OpenInput(const std::string& path)
@@ -104,15 +112,17 @@ Descriptor FileBroker::OpenInput(const std::string& path)
                    FailureKind::Unreadable);
     if (path != first)
         return OpenFurther(path);
-    if (path == "-" && options.openStandardInput)
-        return options.openStandardInput();
-    Descriptor descriptor = Checked(path, open(path.c_str(), FLAGS));
-    if (folder.empty()) {
-        const std::filesystem::path parent = std::filesystem::absolute(path).parent_path();
-        folder = std::filesystem::canonical(parent).native();
-        beneath = Descriptor(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    }
+    Descriptor descriptor = OpenNamedInput(path);
+    if (folder.empty() && path != "-")
+        RememberFolder();
     return descriptor;
+}
+
+void FileBroker::RememberFolder()
+{
+    const std::filesystem::path parent = std::filesystem::absolute(first).parent_path();
+    folder = std::filesystem::canonical(parent).native();
+    beneath = Descriptor(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
 Descriptor FileBroker::OpenFurther(const std::string& path)

@@ -15,28 +15,27 @@ struct BrokerOptions {
     bool allowOutside = false;
     /// Inputs of one file after its first: pieces of playlists, opened again or not.
     size_t maxInputs = 10000;
-    /// Opens standard input where "-" is the first input: gives a descriptor of its own.
-    /// @throws Quorva::Exception  with TagFailureKind
-    std::function<Descriptor()> openStandardInput;
     /// Opens an output. It is the caller who knows which paths the command was told to write, and who puts
     /// them in their places when the worker has succeeded; null: no outputs.
     /// @throws Quorva::Exception  with TagFailureKind: refused, or the system refuses
     std::function<Descriptor(const std::string& path)> openOutput;
 };
 
-/// Decides, for one task, which files its worker gets, and opens them: regular files and block devices, for
-/// reading. The worker's requests are not trusted: they come from code that has read a stranger's file.
+/// Decides, for one task, which files its worker gets, and opens them: the first input
+/// whatever it is, as the user named it, and otherwise regular files and block devices, for reading. The worker's requests are not trusted: they come from code that has read a stranger's file.
 class FileBroker {
 public:
     /// @param first    the file that the task is about
     /// @param options  outlives the object
     FileBroker(std::string first, const BrokerOptions& options);
 
-    /// Answers a worker's request, of kind Input or Output: with Opened or Refused.
+    /// Answers a worker's request, of kind Input, Spool or Output: with Opened or Refused.
     ControlMessage Answer(const ControlMessage& request);
 
 private:
+    Descriptor Open(const ControlMessage& request);
     Descriptor OpenInput(const std::string& path);
+    void RememberFolder();
     Descriptor OpenFurther(const std::string& path);
 
     const std::string first;

@@ -70,21 +70,22 @@ Failure MakeFailure(FailureKind kind, std::string message)
 
 }  // namespace
 
-FileRun::FileRun(IsolatedWork& work, const IsolationOptions& options, size_t index,
+FileRun::FileRun(IsolatedWork& work, const IsolationOptions& options, size_t index, WalkedFile file,
                  std::unique_ptr<WorkerProcess> worker)
     : work(work),
       options(options),
       index(index),
+      file(std::move(file)),
       brokerOptions{options.allowOutside, BrokerOptions().maxInputs,
-                    [this] { return this->work.OpenStandardInput(this->index); },
                     [this](const std::string& path) { return this->work.OpenOutput(this->index, path); }},
-      broker(work.GetPath(index), brokerOptions),
+      broker(this->file.path, brokerOptions),
       worker(std::move(worker)),
       shared(!this->worker->errors)
 {
     ControlMessage task;
     task.kind = ControlMessage::Kind::Task;
     task.number = index;
+    task.payload = this->file.folderError + '\0' + this->file.path;
     SendMessage(this->worker->control.Get(), task, false);  // where it has died, Read() finds out
 }
 
@@ -176,6 +177,7 @@ void FileRun::Handle(ControlMessage message)
     using Kind = ControlMessage::Kind;
     switch (message.kind) {
         case Kind::Input:
+        case Kind::Spool:
         case Kind::Output:
             // A worker waits for each answer; one that doesn't read them is none of ours.
             if (SendMessage(worker->control.Get(), broker.Answer(message), false))
@@ -239,7 +241,7 @@ std::optional<Failure> FileRun::FailureOf(const WorkerEnd& end) const
 void FileRun::Show()
 {
     if (!std::exchange(begun, true))
-        work.Begin(index);
+        work.Begin(index, file);
     while (!pieces.empty()) {
         const Piece piece = std::move(pieces.front());
         pieces.pop_front();

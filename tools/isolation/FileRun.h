@@ -23,10 +23,11 @@ public:
     static constexpr size_t MAX_WAITING = 256 * 1024;
 
     /// Gives the file to the worker.
-    FileRun(IsolatedWork& work, const IsolationOptions& options, size_t index,
+    FileRun(IsolatedWork& work, const IsolationOptions& options, size_t index, WalkedFile file,
             std::unique_ptr<WorkerProcess> worker);
 
     size_t GetIndex() const noexcept { return index; }
+    const WalkedFile& GetFile() const noexcept { return file; }
     bool IsRunning() const noexcept { return worker != nullptr; }
     /// How it ended; for a file that does not run.
     const FileResult& GetResult() const noexcept { return result; }
@@ -64,6 +65,7 @@ private:
     IsolatedWork& work;
     const IsolationOptions& options;
     const size_t index;
+    const WalkedFile file;
     BrokerOptions brokerOptions;
     FileBroker broker;
     std::unique_ptr<WorkerProcess> worker;  ///< null: ended

@@ -5,6 +5,7 @@
 #include "tools/isolation/ControlChannel.h"
 #include "tools/isolation/Sandbox.h"
 #include "tools/support/Failure.h"
+#include "tools/support/FileWalk.h"
 
 #include <chrono>
 #include <cstdint>
@@ -47,27 +48,27 @@ class IsolatedWork {
 public:
     virtual ~IsolatedWork() = default;
 
-    virtual size_t GetCount() const = 0;
-    virtual std::string GetPath(size_t index) const = 0;
+    /// In the parent: gives the next file. Files are numbered from 0 in the order in which they are given.
+    virtual NextFile Next(WalkedFile& file) = 0;
+    /// In the parent: -1 where Next() never gives Nothing; otherwise what to wait for then.
+    virtual int GetWaitDescriptor() const { return -1; }
 
     /// In a worker: works on one file. Files are opened by OpenInput() and OpenOutput(); what is printed
     /// appears when it is the file's turn. Exceptions are printed, and make code 1. A wish to stop shows in
     /// Interruption::IsWanted(); RunIsolated() has the Interruption, and there must be no other.
-    virtual int Process(size_t index) = 0;
+    virtual int Process(size_t index, const WalkedFile& file) = 0;
 
     /// In the parent: the file's output begins.
-    virtual void Begin(size_t) {}
+    virtual void Begin(size_t, const WalkedFile&) {}
     /// In the parent: what Process() sent by SendRecord(), in its place among what it printed.
     virtual void Record(size_t, std::string_view) {}
     /// In the parent: the file's output has ended.
-    virtual void Done(size_t index, const FileResult& result) = 0;
+    virtual void Done(size_t index, const WalkedFile& file, const FileResult& result) = 0;
 
     /// In the parent: opens a file that Process() wants to write. The request isn't to be trusted. It may
     /// come before Begin().
     /// @throws Quorva::Exception  with TagFailureKind; the default refuses
     virtual Descriptor OpenOutput(size_t index, const std::string& path);
-    /// In the parent: opens what "-" stands for, a descriptor of its own; the default refuses.
-    virtual Descriptor OpenStandardInput(size_t index);
 };
 
 /// Runs the work, each file in a process of its own. While it runs, one wish to stop (see Interruption) ends

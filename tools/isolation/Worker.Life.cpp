@@ -180,15 +180,16 @@ void SetUp(const WorkerStart& start, const Sandbox& sandbox, const IsolationOpti
     sandbox.RestrictCalls();
 }
 
-int ProcessOne(IsolatedWork& work, size_t index)
+int ProcessOne(IsolatedWork& work, const ControlMessage& task)
 {
+    const size_t middle = task.payload.find('\0');  // from the parent, which is trusted
+    const WalkedFile file{task.payload.substr(middle + 1), task.payload.substr(0, middle)};
     SocketLink link;
     const LinkInUse inUse(link);
     try {
-        return work.Process(index);
+        return work.Process(task.number, file);
     } catch (...) {
-        const std::string path = work.GetPath(index);
-        PrintFailure(path, CurrentFailure(path), false);
+        PrintFailure(file.path, CurrentFailure(file.path), false);
         return 1;
     }
 }
@@ -211,7 +212,7 @@ void LiveAsWorker(const WorkerStart& start, IsolatedWork& work, const Sandbox& s
     if (task.kind != ControlMessage::Kind::Task)
         _exit(0);  // not needed any more
     message.kind = ControlMessage::Kind::Done;
-    message.number = static_cast<uint64_t>(ProcessOne(work, task.number));
+    message.number = static_cast<uint64_t>(ProcessOne(work, task));
     std::fflush(nullptr);  // not examined: the parent, who reads it, can't fail
     SendMessage(CONTROL, message, true);
     _exit(0);  // what the parent registered for its own end is not ours

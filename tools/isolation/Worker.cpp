@@ -1,6 +1,7 @@
 #include "tools/isolation/Worker.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/isolation/PipeStore.h"
 #include "tools/support/Failure.h"
 
 #include <cerrno>
@@ -43,6 +44,16 @@ boost::intrusive_ptr<Core::IDataInput> OpenInput(const std::string& path)
     if (!currentLink)
         return Core::DataInputFile::Create(ioPath(path));
     return Core::DataInputFile::Create(Request(ControlMessage::Kind::Input, path).Release(), path);
+}
+
+Descriptor RequestInput(const std::string& path)
+{
+    return currentLink ? Request(ControlMessage::Kind::Input, path) : OpenNamedInput(path);
+}
+
+Descriptor RequestSpool(const std::string& path)
+{
+    return currentLink ? Request(ControlMessage::Kind::Spool, path) : OpenSpoolFile(path);
 }
 
 Descriptor RequestOutput(const std::string& path)

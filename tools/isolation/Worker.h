@@ -19,6 +19,14 @@ class FileBroker;
 /// @throws Core::IOException  with TagFailureKind
 boost::intrusive_ptr<Core::IDataInput> OpenInput(const std::string& path);
 
+/// A descriptor of the file that Process() is about, whatever kind of file that is: see OpenNamedInput().
+/// @throws Core::IOException  with TagFailureKind
+Descriptor RequestInput(const std::string& path);
+
+/// A descriptor for a SpooledInput's file, for the file that Process() is about.
+/// @throws Core::IOException  with TagFailureKind
+Descriptor RequestSpool(const std::string& path);
+
 /// A descriptor of a file to write, from IsolatedWork::OpenOutput().
 /// @throws Core::IOException  with TagFailureKind; always, outside of Process()
 Descriptor RequestOutput(const std::string& path);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <fstream>
 #include <list>
 #include <optional>
@@ -41,22 +42,38 @@ public:
                 run.Read();
             ShowFiles();
         }
-        return !Interruption::IsWanted() || next == work.GetCount();
+        return !Interruption::IsWanted() || IsAllBegun();
     }
 
 private:
-    bool IsFinished() const { return runs.empty() && (next == work.GetCount() || Interruption::IsWanted()); }
+    bool IsAllBegun() const { return found == NextFile::End && queue.empty(); }
+    bool IsFinished() const { return runs.empty() && (IsAllBegun() || Interruption::IsWanted()); }
+
+    /// Knows a few files ahead, so that no worker is forked for nothing.
+    void FetchFiles()
+    {
+        for (found = found == NextFile::Nothing ? NextFile::File : found;
+             found == NextFile::File && queue.size() < jobs;) {
+            WalkedFile file;
+            found = work.Next(file);
+            if (found == NextFile::File)
+                queue.push_back(std::move(file));
+        }
+    }
 
     void StartFiles()
     {
-        while (!Interruption::IsWanted() && next < work.GetCount() && CountRunning() < jobs &&
+        FetchFiles();
+        while (!Interruption::IsWanted() && !queue.empty() && CountRunning() < jobs &&
                runs.size() < jobs * FILES_PER_JOB) {
             if (idle.empty())
                 Fork();
             std::unique_ptr<WorkerProcess> worker = std::move(idle.back());
             idle.pop_back();
             CheckStart(*worker);
-            runs.emplace_back(work, options, next++, std::move(worker));
+            runs.emplace_back(work, options, next++, std::move(queue.front()), std::move(worker));
+            queue.pop_front();
+            FetchFiles();
         }
     }
 
@@ -71,7 +88,7 @@ private:
         if (Interruption::IsWanted())
             idle.clear();
         else if (options.spare)
-            while (idle.size() < std::min(jobs, work.GetCount() - next))
+            while (idle.size() < queue.size())
                 Fork();
     }
 
@@ -90,6 +107,8 @@ private:
         descriptors.clear();
         for (const FileRun& run : runs)
             run.AddTo(descriptors);
+        if (found == NextFile::Nothing && queue.size() < jobs)
+            descriptors.push_back({work.GetWaitDescriptor(), POLLIN, 0});
         const auto start = Clock::now();
         // Not examined: after a signal or a failure the workers are looked at all the same.
         poll(descriptors.data(), descriptors.size(), static_cast<int>(TICK.count()));
@@ -126,7 +145,7 @@ private:
             run.Show();
             if (run.IsRunning())
                 return;
-            work.Done(run.GetIndex(), run.GetResult());
+            work.Done(run.GetIndex(), run.GetFile(), run.GetResult());
             runs.pop_front();
             shown = false;
         }
@@ -152,7 +171,9 @@ private:
     const Sandbox sandbox;
     const size_t jobs;
     const Interruption interruption;
-    size_t next = 0;                                   ///< file to begin
+    size_t next = 0;                                   ///< number of the file to begin
+    NextFile found = NextFile::File;                         ///< by the last look for files
+    std::deque<WalkedFile> queue;                      ///< files to begin
     std::vector<std::unique_ptr<WorkerProcess>> idle;  ///< without a file yet
     std::list<FileRun> runs;                           ///< begun and not yet shown to their ends
     bool shown = false;                                ///< some of the first one is
@@ -165,13 +186,12 @@ private:
 /// Answers requests in the process that makes them.
 class LocalLink final : public Details::WorkerLink {
 public:
-    LocalLink(IsolatedWork& work, const IsolationOptions& options, size_t index)
+    LocalLink(IsolatedWork& work, const IsolationOptions& options, size_t index, const std::string& first)
         : work(work),
           index(index),
           brokerOptions{options.allowOutside, BrokerOptions().maxInputs,
-                        [this] { return this->work.OpenStandardInput(this->index); },
                         [this](const std::string& path) { return this->work.OpenOutput(this->index, path); }},
-          broker(work.GetPath(index), brokerOptions)
+          broker(first, brokerOptions)
     {
     }
 
@@ -185,19 +205,33 @@ private:
     FileBroker broker;
 };
 
-FileResult RunHere(IsolatedWork& work, const IsolationOptions& options, size_t index)
+FileResult RunHere(IsolatedWork& work, const IsolationOptions& options, size_t index,
+                   const WalkedFile& file)
 {
     FileResult result;
-    LocalLink link(work, options, index);
+    LocalLink link(work, options, index, file.path);
     const Details::LinkInUse inUse(link);
     try {
-        result.code = work.Process(index);
+        result.code = work.Process(index, file);
     } catch (...) {
-        const std::string path = work.GetPath(index);
-        PrintFailure(path, CurrentFailure(path), false);
+        PrintFailure(file.path, CurrentFailure(file.path), false);
         result.code = 1;
     }
     return result;
+}
+
+/// Waits for the next file. Returns whether there is one.
+bool NextHere(IsolatedWork& work, WalkedFile& file)
+{
+    while (true) {
+        const NextFile found = work.Next(file);
+        if (found != NextFile::Nothing)
+            return found == NextFile::File;
+        pollfd waiting{work.GetWaitDescriptor(), POLLIN, 0};
+        poll(&waiting, 1, static_cast<int>(TICK.count()));  // not examined: Next() looks again
+        if (Interruption::IsWanted())
+            return false;
+    }
 }
 
 uint64_t NumberIn(const char* path)
@@ -213,12 +247,6 @@ Descriptor IsolatedWork::OpenOutput(size_t, const std::string& path)
 {
     Proc::Details::Raise(Core::IOException() << TagDescription(fmt::format("'{}' is not to be written", path))
                                              << TagFailureKind(FailureKind::Unwritable));
-}
-
-Descriptor IsolatedWork::OpenStandardInput(size_t)
-{
-    Proc::Details::Raise(Core::IOException() << TagDescription("standard input is not read")
-                                             << TagFailureKind(FailureKind::Unreadable));
 }
 
 uint64_t ShareOfMemory(size_t jobs)
@@ -237,10 +265,10 @@ bool RunIsolated(IsolatedWork& work, const IsolationOptions& options)
     std::optional<Interruption> interruption;
     if (options.finishOnStop)
         interruption.emplace();
-    const size_t count = work.GetCount();
-    for (size_t index = 0; index < count; ++index) {
-        work.Begin(index);
-        work.Done(index, RunHere(work, options, index));
+    WalkedFile file;
+    for (size_t index = 0; NextHere(work, file); ++index) {
+        work.Begin(index, file);
+        work.Done(index, file, RunHere(work, options, index, file));
         if (interruption && Interruption::IsWanted())
             return false;
     }

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -104,6 +105,16 @@ boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
     }
 }
 
+boost::intrusive_ptr<Core::IDataInput> OpenPlain(Descriptor descriptor, const std::string& path)
+{
+    try {
+        return Core::DataInputFile::Create(descriptor.Release(), path == "-" ? "/dev/stdin" : path);
+    } catch (Core::IOException& e) {
+        e << TagFailureKind(FailureKind::Unreadable);
+        throw;
+    }
+}
+
 /// Whether the tag that the stream begins with is one that FFmpeg skips.
 bool BeginsWithID3(Core::IDataInput& stream)
 {
@@ -144,9 +155,11 @@ std::string_view LocalPath(std::string_view url)
 
 DetectedInput DetectInput(const std::string& path)
 {
-    SpooledInput* const spooled = SpooledInput::Find(path);
-    const std::string plainPath = path == "-" ? "/dev/stdin" : path;
-    DetectedInput input{path, OpenStream(spooled ? spooled->GetPath() : plainPath), 0, {}, 0};
+    Descriptor descriptor = RequestInput(path);
+    std::optional<SpooledInput> spooled;
+    if (SpooledInput::IsNeeded(descriptor.Get()))
+        spooled.emplace(std::move(descriptor), RequestSpool(path), path == "-" ? "standard input " : "");
+    DetectedInput input{path, spooled ? spooled->Open() : OpenPlain(std::move(descriptor), path), 0, {}, 0};
     if (spooled)
         spooled->Fill(longestLook);
     Detect(input);
