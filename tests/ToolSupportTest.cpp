@@ -204,8 +204,7 @@ TEST(SpooledInput, KeepsNoMoreThanItsLimit)
     close(ends[1]);
     const TemporaryFolder folder;
     Descriptor kept(open(folder.At("kept").c_str(), O_RDWR | O_CREAT, 0600));
-    SpooledInput input(Descriptor{ends[0]}, std::move(kept),
-                       "pipe ", 999);
+    SpooledInput input(Descriptor{ends[0]}, std::move(kept), "pipe ", 999);
     try {
         input.FillAll();
         ADD_FAILURE() << "kept all of it";

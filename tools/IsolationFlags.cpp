@@ -84,7 +84,8 @@ void AddFileList(CLI::App& command, FileListOptions& options)
         .add_option("--files-from", options.namesFrom,
                     "Take further names from this file, one a line; - for standard input")
         ->type_name("FILE");
-    command.add_flag("--null", options.nullBetween, "Names in that file end with a zero byte, as find -print0 has it");
+    command.add_flag("--null", options.nullBetween,
+                     "Names in that file end with a zero byte, as find -print0 has it");
 }
 
 void CheckFileList(const FileListOptions& options)

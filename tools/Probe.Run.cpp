@@ -6,7 +6,6 @@
 #include "tools/support/Progress.h"
 #include "tools/support/StreamDecoder.h"
 
-
 namespace Quorva::Tool {
 
 namespace {

@@ -237,8 +237,8 @@ std::vector<std::string> DetailLines(const StreamReport& stream);
 std::string Highlights(const FileReport& report);
 
 /// A way to show files, on standard output. One half of it runs where a file is read, which may be a worker
-/// process: what that half keeps in the object is lost for the other one, to which it sends records. The calls
-/// of each half come in the order of declaration, those for a file once for each.
+/// process: what that half keeps in the object is lost for the other one, to which it sends records. The
+/// calls of each half come in the order of declaration, those for a file once for each.
 class ProbeOutput {
 public:
     virtual ~ProbeOutput() = default;

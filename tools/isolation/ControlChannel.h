@@ -32,16 +32,18 @@ private:
 
 struct ControlMessage {
     enum class Kind : char {
-        None = 0,       ///< nothing came: the other side is gone, or, where waiting isn't wanted, not yet
-        Task = 'T',     ///< parent: number of a file, its folder's error, a zero, its path
-        Opened = 'O',   ///< parent: a descriptor
-        Refused = 'E',  ///< parent: one byte FailureKind, and the reason
-        Input = 'I',    ///< worker: a path to read
-        Spool = 'S',    ///< worker: the path of a pipe, to keep its bytes in a file
-        Output = 'W',   ///< worker: a path to write
-        Record = 'R',   ///< worker: bytes for the caller
-        Done = 'X',     ///< worker: the file's exit code
-        Broken = '?',   ///< what came is no message
+        None = 0,         ///< nothing came: the other side is gone, or, where waiting isn't wanted, not yet
+        Task = 'T',       ///< parent: number of a file, its folder's error, a zero, its path
+        Opened = 'O',     ///< parent: a descriptor
+        Refused = 'E',    ///< parent: one byte FailureKind, and the reason
+        Input = 'I',      ///< worker: a path to read
+        Spool = 'S',      ///< worker: the path of a pipe, to keep its bytes in a file
+        Output = 'W',     ///< worker: a path to write
+        Record = 'R',     ///< worker: bytes for the caller
+        Complaint = '!',  ///< worker: a line for WriteComplaint()
+        Line = 'L',       ///< worker: a line for WriteLine()
+        Done = 'X',       ///< worker: the file's exit code
+        Broken = '?',     ///< what came is no message
     };
 
     static constexpr size_t MAX_SIZE = 65536;  ///< bytes of a payload

@@ -22,7 +22,8 @@ struct BrokerOptions {
 };
 
 /// Decides, for one task, which files its worker gets, and opens them: the first input
-/// whatever it is, as the user named it, and otherwise regular files and block devices, for reading. The worker's requests are not trusted: they come from code that has read a stranger's file.
+/// whatever it is, as the user named it, and otherwise regular files and block devices, for reading. The
+/// worker's requests are not trusted: they come from code that has read a stranger's file.
 class FileBroker {
 public:
     /// @param first    the file that the task is about
@@ -42,7 +43,7 @@ private:
     const BrokerOptions& options;
     std::string folder;  ///< of the first input, links resolved; empty until it is opened
     Descriptor beneath;  ///< that folder
-    size_t inputs = 0;       ///< asked for
+    size_t inputs = 0;   ///< asked for
 };
 
 }  // namespace Quorva::Tool

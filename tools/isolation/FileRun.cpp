@@ -186,6 +186,12 @@ void FileRun::Handle(ControlMessage message)
         case Kind::Record:
             Keep(Piece::Kind::Record, std::move(message.payload));
             return;
+        case Kind::Line:
+            Keep(Piece::Kind::ErrorLine, std::move(message.payload));
+            return;
+        case Kind::Complaint:
+            Keep(Piece::Kind::Complaint, std::move(message.payload));
+            return;
         case Kind::Done:
             done = true;
             result.code = static_cast<int>(message.number);
@@ -249,6 +255,8 @@ void FileRun::Show()
             WriteOutput(piece.bytes);
         else if (piece.kind == Piece::Kind::ErrorLine)
             WriteLine(piece.bytes);
+        else if (piece.kind == Piece::Kind::Complaint)
+            WriteComplaint(piece.bytes);
         else
             work.Record(index, piece.bytes);
     }

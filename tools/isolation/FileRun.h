@@ -48,7 +48,7 @@ public:
 
 private:
     struct Piece {
-        enum class Kind { Output, ErrorLine, Record } kind;
+        enum class Kind { Output, ErrorLine, Complaint, Record } kind;
         std::string bytes;
     };
 

@@ -9,8 +9,8 @@
 namespace Quorva::Tool {
 
 /// Opens what a user named: a file, a device, a pipe, or "-" for standard input. Opening a named pipe doesn't
-/// wait for its writer. A pipe stays open in this process, so that it can be read again after the process that
-/// read it first has ended.
+/// wait for its writer. A pipe stays open in this process, so that it can be read again after the process
+/// that read it first has ended.
 /// @return  a descriptor of its own; a folder opens too, and can't be read
 /// @throws Core::IOException  with TagFailureKind: a socket, a terminal, or it can't be opened
 Descriptor OpenNamedInput(const std::string& path);

@@ -23,7 +23,7 @@ namespace {
 
 // The kernel's interface, as of Landlock ABI 7: the headers of a distribution may be older than its kernel.
 constexpr long CREATE_RULESET = 444, ADD_RULE = 445, RESTRICT_SELF = 446;
-constexpr unsigned GET_VERSION = 1, PATH_BENEATH = 1;
+constexpr unsigned PATH_BENEATH = 1;
 
 struct RulesetAttributes {
     uint64_t files;   ///< rights that are denied unless a rule grants them
@@ -113,36 +113,6 @@ constexpr bool SANITIZED = false;
 #endif
 
 }  // namespace
-
-int Details::LandlockVersion()
-{
-    const long version = syscall(CREATE_RULESET, nullptr, 0, GET_VERSION);
-    return version > 0 ? static_cast<int>(version) : 0;
-}
-
-SandboxAbilities GetSandboxAbilities()
-{
-    SandboxAbilities abilities;
-    abilities.landlock = Details::LandlockVersion();
-    const uint32_t action = SECCOMP_RET_ERRNO;
-    abilities.seccomp = syscall(SYS_seccomp, SECCOMP_GET_ACTION_AVAIL, 0, &action) == 0;
-    static constexpr struct {
-        int version;
-        const char* text;
-    } steps[] = {
-        {1, "reading other files (Landlock)"               },
-        {3, "truncating files (Landlock ABI 3)"            },
-        {4, "TCP connections (Landlock ABI 4)"             },
-        {5, "control calls to devices (Landlock ABI 5)"    },
-        {6, "signals and abstract sockets (Landlock ABI 6)"},
-    };
-    for (const auto& step : steps)
-        if (abilities.landlock < step.version && (step.version < 3 || !abilities.seccomp))
-            abilities.missing.emplace_back(step.text);
-    if (!abilities.seccomp)
-        abilities.missing.emplace_back("other system calls: processes, sockets, traces (seccomp)");
-    return abilities;
-}
 
 Sandbox::Sandbox(const SandboxOptions& options)
     : landlock(Details::LandlockVersion()),

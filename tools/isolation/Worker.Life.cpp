@@ -2,6 +2,7 @@
 #include "tools/isolation/Worker.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/support/Console.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 
@@ -59,6 +60,16 @@ public:
                                                     std::system_category().message(errno));
     }
 };
+
+/// The parent knows whether there is a terminal, and its colours.
+void SendLine(std::string_view text, bool complaint)
+{
+    std::fflush(stdout);
+    ControlMessage message;
+    message.kind = complaint ? ControlMessage::Kind::Complaint : ControlMessage::Kind::Line;
+    message.payload = text.substr(0, ControlMessage::MAX_SIZE);
+    SendMessage(CONTROL, message, true);  // not examined: without a parent nobody reads it
+}
 
 /// Puts the worker's descriptors in their places, and closes all that belong to the parent or other workers.
 void ArrangeDescriptors(const WorkerStart& start)
@@ -177,6 +188,7 @@ void SetUp(const WorkerStart& start, const Sandbox& sandbox, const IsolationOpti
     Limit(RLIMIT_CORE, 0);
     Limit(RLIMIT_NOFILE, MAX_DESCRIPTORS);
     LimitMemory(options.maxMemory);
+    SetLineHandler(SendLine);
     sandbox.RestrictCalls();
 }
 

@@ -172,7 +172,7 @@ private:
     const size_t jobs;
     const Interruption interruption;
     size_t next = 0;                                   ///< number of the file to begin
-    NextFile found = NextFile::File;                         ///< by the last look for files
+    NextFile found = NextFile::File;                   ///< by the last look for files
     std::deque<WalkedFile> queue;                      ///< files to begin
     std::vector<std::unique_ptr<WorkerProcess>> idle;  ///< without a file yet
     std::list<FileRun> runs;                           ///< begun and not yet shown to their ends
@@ -205,8 +205,7 @@ private:
     FileBroker broker;
 };
 
-FileResult RunHere(IsolatedWork& work, const IsolationOptions& options, size_t index,
-                   const WalkedFile& file)
+FileResult RunHere(IsolatedWork& work, const IsolationOptions& options, size_t index, const WalkedFile& file)
 {
     FileResult result;
     LocalLink link(work, options, index, file.path);

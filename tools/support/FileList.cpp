@@ -85,14 +85,11 @@ void FileList::TakeNames()
     }
     waiting.erase(0, start);
     if (waiting.size() > MAX_NAME)
-        Proc::Details::Throw<Core::IOException>("a name in the list '{}' is longer than {} bytes{}",
-                                                options.namesFrom, MAX_NAME,
-                                                options.nullBetween ? ": without --null, each line is one" : "");
+        Proc::Details::Throw<Core::IOException>(
+            "a name in the list '{}' is longer than {} bytes{}", options.namesFrom, MAX_NAME,
+            options.nullBetween ? ": without --null, each line is one" : "");
 }
 
-std::optional<size_t> FileList::GetCount() const
-{
-    return list ? std::nullopt : std::optional(files.size());
-}
+std::optional<size_t> FileList::GetCount() const { return list ? std::nullopt : std::optional(files.size()); }
 
 }  // namespace Quorva::Tool

@@ -15,7 +15,7 @@ namespace Quorva::Tool {
 
 struct FileListOptions {
     std::vector<std::string> arguments;
-    std::string namesFrom;  ///< a file with further names, "-" for standard input; empty: none
+    std::string namesFrom;     ///< a file with further names, "-" for standard input; empty: none
     bool nullBetween = false;  ///< a zero byte ends each name in it, and not a line feed
     std::string resume;        ///< JSON Lines of an earlier run, whose files are left out; empty: none
 };

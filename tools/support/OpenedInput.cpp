@@ -213,7 +213,7 @@ int OpenedInput::CloseFurther(AVFormatContext*, AVIOContext* io)
     return 0;
 }
 
-OpenedInput::OpenedInput(const DetectedInput& input)
+OpenedInput::OpenedInput(const DetectedInput& input) : stream(input.stream)
 {
     const auto& supported = Proc::GetFFMPEGSupportedInputFormats();
     const auto found = supported.find(input.result.format);
@@ -259,6 +259,12 @@ int OpenedInput::Open(const DetectedInput& input, const AVInputFormat& demuxer, 
 }
 
 OpenedInput::~OpenedInput() = default;
+
+std::string OpenedInput::GetContainer() const
+{
+    constexpr uint64_t firstBytes = 128;  // FFmpeg's name for the file may be none that can be opened here
+    return Proc::GetContainerFormat(context.get(), *Proc::MovieProbe::Create(stream, firstBytes));
+}
 
 void OpenedInput::CheckStreams() const
 {
