@@ -4,6 +4,7 @@
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 
 #include <fmt/format.h>
 
@@ -86,6 +87,8 @@ void AudioStage::Take(AVFrame& decoded)
         Place(frame.FromInput(decoded.best_effort_timestamp, timeBase));
     else if (received == AV_NOPTS_VALUE)
         Place(0);
+    if (done)
+        return;
     if (resampler)
         Convert(MakeRefCounted<Proc::AudioData>(decoded, info));
     else
@@ -170,6 +173,8 @@ void AudioStage::Silence(int64_t samples)
         Keep(silent);
         Encode(false);
         samples -= count;
+        if (samples > plan.audio->sampleInfo.sampleRate && Interruption::IsWanted())
+            done = true;  // the output ends within the hole
     }
 }
 

@@ -5,6 +5,7 @@
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 #include "tools/support/Logging.h"
 
 #include <fmt/format.h>
@@ -17,6 +18,28 @@ int64_t TimeFrame::FromInput(int64_t timestamp, AVRational timeBase) const
 {
     const int64_t time = Proc::stream_to_global(timestamp, timeBase);
     return time == AV_NOPTS_VALUE ? time : time - origin;
+}
+
+void HeldPackets::Add(const AVPacket& packet)
+{
+    packets.emplace_back(Proc::CopyPacket(&packet));
+    bytes += static_cast<uint64_t>(packet.size);
+}
+
+void HeldPackets::Clear()
+{
+    packets.clear();
+    bytes = 0;
+}
+
+PacketPointer HeldPackets::Take()
+{
+    if (packets.empty())
+        return nullptr;
+    PacketPointer packet = std::move(packets.front());
+    packets.pop_front();
+    bytes -= static_cast<uint64_t>(packet->size);
+    return packet;
 }
 
 CopyStage::CopyStage(const AVStream& source, const TimeFrame& frame, PacketSink& sink, int stream,
@@ -48,25 +71,34 @@ void CopyStage::Take(AVPacket& packet)
         } else if (decoded + duration <= 0) {
             // The pictures at the beginning need all since the last key picture.
             if (packet.flags & AV_PKT_FLAG_KEY)
-                waiting.clear();
-            waiting.emplace_back(Proc::CopyPacket(&packet));
+                waiting.Clear();
+            waiting.Add(packet);
+            if (waiting.IsFull()) {
+                SendAll(waiting);
+                begun = true;
+            }
             return;
         } else if (packet.flags & AV_PKT_FLAG_KEY && decoded <= 0) {
-            waiting.clear();
+            waiting.Clear();
         }
-        for (; !waiting.empty(); waiting.pop_front())
-            Send(*waiting.front());
+        SendAll(waiting);
     }
     begun = true;
     const int64_t shown = frame.FromInput(packet.pts, source.time_base);
     if (frame.end && shown != AV_NOPTS_VALUE && shown >= *frame.end) {
         // Shown too late, but pictures that are shown in time may refer to it.
-        late.emplace_back(Proc::CopyPacket(&packet));
+        late.Add(packet);
+        done = late.IsFull();
         return;
     }
-    for (; !late.empty(); late.pop_front())
-        Send(*late.front());
+    SendAll(late);
     Send(packet);
+}
+
+void CopyStage::SendAll(HeldPackets& held)
+{
+    while (const PacketPointer packet = held.Take())
+        Send(*packet);
 }
 
 void CopyStage::Send(AVPacket& packet)
@@ -107,10 +139,14 @@ void StreamEncoder::Encode(const AVFrame* frame)
         return;  // some encoders make packets of nothing
     frames += frame ? 1 : 0;
     const FFmpegErrors errors;
+    // What an encoder holds may take it long, and a stopped output is complete without.
+    const auto isDropped = [&] { return !frame && Interruption::IsOverdue(); };
+    if (isDropped())
+        return;
     const int sent = avcodec_send_frame(context.get(), frame);
     if (sent < 0 && sent != AVERROR_EOF)
         ThrowFFmpegFailure(fmt::format("encoder {} fails", context->codec->name), sent);
-    while (true) {
+    while (!isDropped()) {
         const int result = avcodec_receive_packet(context.get(), packet.get());
         if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
             if (result == AVERROR_EOF && context->flags & AV_CODEC_FLAG_PASS1 && context->stats_out)

@@ -44,8 +44,9 @@ int Output::OpenPicture(AVFormatContext* context, AVIOContext** io, const char* 
     if (!(flags & AVIO_FLAG_WRITE))
         return AVERROR(EACCES);
     try {
-        auto target = std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE,
-                                                        output.failure);
+        auto target =
+            std::make_unique<Proc::GuardedIO>(output.files.Create(url), true, Proc::GuardedIO::SIZE,
+                                              output.failure, Interruption::GetUrgentCancellation());
         *io = target.release()->Get();
         return 0;
     } catch (...) {
@@ -74,6 +75,7 @@ Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& fil
     if (result < 0)
         ThrowFFmpegFailure(fmt::format("{} can't be written", plan.format), result);
     context->opaque = this;
+    context->interrupt_callback = Interruption::GetUrgentCancellation().GetInterruptCallback();
     if (plan.images) {
         context->io_open = OpenPicture;
         context->io_close2 = ClosePicture;
@@ -82,7 +84,7 @@ Output::Output(const Plan& plan, const ConvertOptions& options, OutputFiles& fil
     const bool isStream = IsStreamPath(options.output);
     file = std::make_unique<Proc::GuardedIO>(
         isStream ? OpenStreamOutput(options.output) : files.Create(options.output), !isStream,
-        Proc::GuardedIO::SIZE, failure);
+        Proc::GuardedIO::SIZE, failure, Interruption::GetUrgentCancellation());
     context->pb = file->Get();
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
 }
@@ -124,6 +126,10 @@ void Output::Begin()
         ThrowFFmpegFailure(fmt::format("{} can't be written into a pipe", context->oformat->name), result);
     Check("refuses these streams", result);
     begun = true;
+    std::vector<bool> awaited;
+    for (const AVStream* stream : std::span(context->streams, context->nb_streams))
+        awaited.push_back(stream->codecpar->codec_type != AVMEDIA_TYPE_ATTACHMENT);
+    queue.emplace(awaited);
 }
 
 /// Muxers refuse time stamps of decoding that stand still or go back, as damaged inputs have them.
@@ -161,7 +167,21 @@ void Output::Write(AVPacket& packet, int stream, AVRational timeBase)
             Proc::stream_to_global(packet.pts + std::max<int64_t>(packet.duration, 0), target.time_base));
     ++packets;
     const FFmpegErrors errors;
-    CheckPacket("refuses a packet", av_interleaved_write_frame(context.get(), &packet));
+    CheckPacket("refuses a packet", Interleave(packet));
+}
+
+/// Has the muxer write all that it holds back when that becomes too much. (MXF's keeps it: it needs whole
+/// edit units.)
+int Output::Interleave(AVPacket& packet)
+{
+    const int64_t time = Proc::stream_to_global(packet.dts, context->streams[packet.stream_index]->time_base);
+    if (time != AV_NOPTS_VALUE)
+        queue->Add(static_cast<size_t>(packet.stream_index), time, static_cast<uint64_t>(packet.size));
+    const bool isFull = queue->IsFull();
+    context->max_interleave_delta = isFull ? 1 : InterleavingQueue::LONGEST;
+    if (isFull)
+        queue->Clear();
+    return av_interleaved_write_frame(context.get(), &packet);
 }
 
 void Output::CheckPacket(const char* what, int result)
@@ -185,6 +205,8 @@ void Output::Flush()
 
 void Output::Finish()
 {
+    if (Interruption::IsUrgent())
+        ThrowStopped();
     const int result = av_write_trailer(context.get());
     if (file)
         avio_flush(file->Get());

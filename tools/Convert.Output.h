@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.GuardedIO.h"
+#include "tools/Convert.Interleaving.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/OutputFiles.h"
 
@@ -60,6 +61,7 @@ private:
                            AVDictionary** options);
     static int ClosePicture(AVFormatContext* context, AVIOContext* io);
     void Repair(AVPacket& packet, AVStream& stream);
+    int Interleave(AVPacket& packet);
     void Check(const char* what, int result);
     void CheckPacket(const char* what, int result);
 
@@ -68,9 +70,10 @@ private:
     uint64_t closedBytes = 0;  ///< of pictures that are complete
     int64_t position = 0;
     uint64_t packets = 0;
-    uint64_t refused = 0;          ///< of them
-    std::string refusal;           ///< FFmpeg's reason for the last
-    std::vector<int64_t> lastDts;  ///< of each stream, in its time base
+    uint64_t refused = 0;                    ///< of them
+    std::string refusal;                     ///< FFmpeg's reason for the last
+    std::vector<int64_t> lastDts;            ///< of each stream, in its time base
+    std::optional<InterleavingQueue> queue;  ///< from Begin() on
     bool begun = false;
     const bool isReordered;
     std::unique_ptr<Proc::GuardedIO> file;  ///< none for pictures

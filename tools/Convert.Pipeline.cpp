@@ -2,6 +2,10 @@
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
+
+#include <chrono>
+#include <utility>
 
 namespace Quorva::Tool {
 
@@ -19,45 +23,98 @@ PacketPointer TakenOver(AVPacket& packet)
     return own;
 }
 
+[[noreturn]] void ThrowAbandoned()
+{
+    Proc::Details::Raise(Proc::ProcException() << TagDescription("the conversion has ended already"));
+}
+
 }  // namespace
 
 Step& Steps::Begin(int stream)
 {
     Step& step = steps.emplace_back();
     step.stream = stream;
+    if (steps.size() == 1) {
+        const std::lock_guard lock(mutex);
+        first = &step;
+    }
     return step;
 }
 
-bool Steps::WriteFirst(PacketSink& sink, bool wait)
+bool Steps::WriteFirst(PacketSink& sink, bool wait, const std::function<bool()>& enough)
 {
-    Step& first = steps.front();
+    Step& front = steps.front();
     writing.clear();
     bool complete = false;
     {
         std::unique_lock lock(mutex);
-        if (wait)
-            changed.wait(lock, [&] { return first.complete || !first.results.empty(); });
-        writing.swap(first.results);
-        complete = first.complete;
+        // Signal handlers can't notify.
+        constexpr std::chrono::milliseconds interval(50);
+        while (wait && !front.complete && front.results.empty() && !(enough && enough()) &&
+               !Interruption::IsOverdue())
+            changed.wait_for(lock, interval);
+        writing.swap(front.results);
+        waitingPackets -= writing.size();
+        waitingBytes -= std::exchange(front.bytes, 0);
+        complete = front.complete;
+        if (complete)
+            first = steps.size() > 1 ? &steps[1] : nullptr;
+        written.notify_all();
     }
     for (Step::Result& result : writing)
         sink.Write(*result.packet, result.stream, result.timeBase);
     if (!complete)
         return false;
-    if (first.failure)
-        std::rethrow_exception(first.failure);
-    if (first.done)
-        done.insert(first.stream);
+    if (front.failure)
+        std::rethrow_exception(front.failure);
+    if (front.done)
+        done.insert(front.stream);
     steps.pop_front();
     return true;
 }
 
-void Steps::Give(Step& step, AVPacket& packet, int stream, AVRational timeBase)
+bool Steps::IsFull()
+{
+    const std::lock_guard lock(mutex);
+    return waitingPackets >= MOST_PACKETS || waitingBytes >= MOST_BYTES;
+}
+
+/// @param size  bytes that come on top
+bool Steps::HasRoom(const Step& step, uint64_t size) const
+{
+    if (waitingPackets == 0 || (waitingPackets < MOST_PACKETS && waitingBytes + size <= MOST_BYTES))
+        return true;
+    return &step == first && (step.results.empty() ||
+                              (step.results.size() < FIRST_PACKETS && step.bytes + size <= FIRST_BYTES));
+}
+
+void Steps::Give(Step& step, AVPacket& packet, int stream, AVRational timeBase, bool block)
 {
     PacketPointer own = TakenOver(packet);
-    const std::lock_guard lock(mutex);
+    const auto size = static_cast<uint64_t>(own->size);
+    std::unique_lock lock(mutex);
+    if (block)
+        written.wait(lock, [&] { return abandoned || HasRoom(step, size); });
+    if (abandoned)
+        ThrowAbandoned();
     step.results.push_back({std::move(own), stream, timeBase});
+    step.bytes += size;
+    ++waitingPackets;
+    waitingBytes += size;
     changed.notify_one();
+}
+
+void Steps::Wake() noexcept
+{
+    const std::lock_guard lock(mutex);
+    changed.notify_one();
+}
+
+void Steps::Abandon() noexcept
+{
+    const std::lock_guard lock(mutex);
+    abandoned = true;
+    written.notify_all();
 }
 
 void Steps::Complete(Step& step, bool isDone, std::exception_ptr failure) noexcept
@@ -90,13 +147,14 @@ void CodedPath::Finish(Step& step) { inputs.Push({nullptr, &step}); }
 void CodedPath::DecodeAll(const std::stop_token& stop)
 {
     while (const std::optional<Input> input = inputs.Pop(stop)) {
+        steps.Wake();  // the thread that writes may have waited for room in here
         Decoded end;
         end.step = input->step;
         end.last = !input->packet;
         // A decoded picture that waits here takes as much memory as one in the channel.
         frames.AwaitRoom(stop);
         try {
-            if (!stage->IsDone())
+            if (!stage->IsDone() && !Interruption::IsOverdue())
                 Decode(*input, stop);
         } catch (...) {
             end.failure = std::current_exception();
@@ -124,7 +182,7 @@ void CodedPath::RemakeAll(const std::stop_token& stop)
     while (std::optional<Decoded> decoded = frames.Pop(stop)) {
         std::exception_ptr failure;
         try {
-            if (!failed)
+            if (!failed && !Interruption::IsOverdue())
                 Remake(*decoded);
         } catch (...) {
             failure = std::current_exception();

@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,14 +38,24 @@ class Step {
 
     int stream = 0;  ///< of the input
     std::vector<Result> results;
+    uint64_t bytes = 0;  ///< of the results
     bool complete = false;
     bool done = false;  ///< nothing more of the stream is wanted
     std::exception_ptr failure;
 };
 
 /// All steps that are not written yet.
+///
+/// What waits to be written is bounded, in packets and in bytes: a stage that gives more is blocked until
+/// some of it is written. The first step may always give something, whatever the others have given:
+/// everything waits for that one.
 class Steps {
 public:
+    static constexpr size_t MOST_PACKETS = 512;
+    static constexpr uint64_t MOST_BYTES = 32 << 20;
+    static constexpr size_t FIRST_PACKETS = 64;  ///< these two beyond the others, for the first step
+    static constexpr uint64_t FIRST_BYTES = 8 << 20;
+
     /// @name Of the thread that reads and writes
     /// @{
     /// @param stream  of the input
@@ -52,10 +63,15 @@ public:
     Step& Begin(int stream);
     size_t GetCount() const { return steps.size(); }
     /// Writes what has come of the first step so far.
-    /// @param wait  until something has
-    /// @return      whether it was all, and the step is gone
-    /// @throws      what the step failed with, or the sink
-    bool WriteFirst(PacketSink& sink, bool wait);
+    /// @param wait    until something has, or the conversion is to end (Interruption::IsOverdue())
+    /// @param enough  ends the wait as well; asked again after each Wake(). Null: nothing does
+    /// @return        whether it was all, and the step is gone
+    /// @throws        what the step failed with, or the sink
+    bool WriteFirst(PacketSink& sink, bool wait, const std::function<bool()>& enough = nullptr);
+    /// Whether as much waits to be written as may.
+    bool IsFull();
+    /// Nothing is written any more: Give() throws from now on, wherever it is blocked.
+    void Abandon() noexcept;
     /// Streams of the input of which no more was wanted at the step written last.
     const std::set<int>& GetDone() const { return done; }
     /// @}
@@ -63,14 +79,25 @@ public:
     /// @name Of the thread that does the step
     /// @{
     /// @param packet  emptied
-    void Give(Step& step, AVPacket& packet, int stream, AVRational timeBase);
+    /// @param block   until there is room; not in the thread that writes
+    /// @throws Quorva::Exception  after Abandon()
+    void Give(Step& step, AVPacket& packet, int stream, AVRational timeBase, bool block);
+    /// Lets a waiting WriteFirst() ask whether that is enough.
+    void Wake() noexcept;
     /// @param isDone  nothing more of the stream is wanted
     void Complete(Step& step, bool isDone, std::exception_ptr failure = nullptr) noexcept;
     /// @}
 
 private:
-    std::mutex mutex;  ///< for what is in a step
+    bool HasRoom(const Step& step, uint64_t size) const;
+
+    std::mutex mutex;  ///< for what is in a step, and for the next five
     std::condition_variable changed;
+    std::condition_variable written;
+    const Step* first = nullptr;
+    size_t waitingPackets = 0;  ///< in all steps
+    uint64_t waitingBytes = 0;
+    bool abandoned = false;
     std::deque<Step> steps;
     std::set<int> done;
     std::vector<Step::Result> writing;
@@ -79,15 +106,17 @@ private:
 /// Where a stage gives its packets: the step that it is at.
 class StepSink final : public PacketSink {
 public:
-    explicit StepSink(Steps& steps) : steps(steps) {}
+    /// @param block  Steps::Give()'s
+    StepSink(Steps& steps, bool block) : steps(steps), block(block) {}
     void Turn(Step& next) { step = &next; }
     void Write(AVPacket& packet, int stream, AVRational timeBase) override
     {
-        steps.Give(*step, packet, stream, timeBase);
+        steps.Give(*step, packet, stream, timeBase, block);
     }
 
 private:
     Steps& steps;
+    const bool block;
     Step* step = nullptr;
 };
 
@@ -95,6 +124,8 @@ private:
 class Path {
 public:
     virtual ~Path() = default;
+    /// Whether Take() and Finish() return without waiting. Stays so until one of them is called.
+    virtual bool HasRoom() = 0;
     /// @param packet  may be emptied
     /// @param step    completed now or later
     virtual void Take(AVPacket& packet, Step& step) = 0;
@@ -116,6 +147,7 @@ public:
         : steps(steps), sink(std::move(sink)), stage(std::move(stage))
     {
     }
+    bool HasRoom() override { return true; }
     void Take(AVPacket& packet, Step& step) override
     {
         sink->Turn(step);
@@ -154,6 +186,12 @@ public:
         return true;
     }
 
+    bool HasRoom()
+    {
+        const std::lock_guard lock(mutex);
+        return !things.full();
+    }
+
     /// Waits until Push() needn't.
     void AwaitRoom(const std::stop_token& stop)
     {
@@ -185,6 +223,7 @@ class CodedPath final : public Path {
 public:
     CodedPath(Steps& steps, std::unique_ptr<StepSink> sink, StreamDecoder decoder,
               std::unique_ptr<FrameStage> stage);
+    bool HasRoom() override { return inputs.HasRoom(); }
     void Take(AVPacket& packet, Step& step) override;
     void Finish(Step& step) override;
     bool IsDone() const override { return stage->IsDone(); }

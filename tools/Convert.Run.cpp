@@ -1,10 +1,10 @@
 // The conversion itself: input, paths and output brought together.
 #include "Proc/Wrappers/Tessadrin/Tessadrin.TimeBase.h"
 #include "tools/Convert.Encoders.h"
+#include "tools/Convert.Gaps.h"
 #include "tools/Convert.LookAhead.h"
 #include "tools/Convert.Outcome.h"
-#include "tools/Convert.Output.h"
-#include "tools/Convert.Pipeline.h"
+#include "tools/Convert.Pass.h"
 #include "tools/Convert.Progress.h"
 #include "tools/Convert.Subtitles.h"
 #include "tools/support/Console.h"
@@ -34,8 +34,6 @@ using Treatment = StreamPlan::Treatment;
 
 /// Decoders of sound need a little before the beginning.
 constexpr int64_t LEAD = 200'000;  // microseconds
-/// Packets of the input that may be read while the first one is at work.
-constexpr size_t AHEAD = 64;
 
 /// A folder for an encoder's notes, gone with the object.
 class TemporaryFolder {
@@ -72,30 +70,16 @@ public:
     ~Conversion();
 
     bool Run();
+    /// Removes what is temporary. The rest stays: threads may be in a call of a codec that takes long.
+    void Abandon();
 
 private:
-    /// What goes through the input once.
-    struct Pass {
-        std::optional<Output> output;  ///< none in a first pass of two
-        NoSink nowhere;
-        Steps steps;
-        std::vector<std::unique_ptr<Path>> owned;  ///< null for streams that take no part
-        std::map<int, Path*> paths;                ///< by input stream
-        std::set<int> awaited;                     ///< input streams whose end is the end
-        std::map<int, uint64_t> read;              ///< packets, by input stream
-        EarlierSubtitles earlier;                  ///< on the screen when the output begins
-
-        PacketSink& GetSink() { return output ? static_cast<PacketSink&>(*output) : nowhere; }
-        bool Write(size_t ahead);
-        void TakeEarlier();
-        void Finish();
-    };
-
     void Tell(const std::string& line) const
     {
         if (!quiet)
             WriteLine(line);
     }
+    void ReportKept() const;
     void Announce() const;
     void Sum(const ConvertProgress& progress) const;
     void Open(Pass& pass, OpenedInput& input, int number);
@@ -110,6 +94,8 @@ private:
     void Seek(OpenedInput& input, LookAhead& beginning, EarlierSubtitles& earlier) const;
     std::set<int> PictureStreams(const OpenedInput& input) const;
     bool Transport(OpenedInput& input, LookAhead& beginning, Pass& pass, ConvertProgress& progress);
+    bool PassOn(GapFilter& filter, const OpenedInput& input, Pass& pass, ConvertProgress& progress);
+    GapFilter MakeFilter(const OpenedInput& input, const Pass& pass);
     void Complete(const OpenedInput& input, Pass& pass);
     EncoderSetting SettingFor(size_t index, int pass) const;
     std::optional<int64_t> ExpectedDuration(const OpenedInput& input) const;
@@ -127,6 +113,7 @@ private:
     std::exception_ptr readFailure;       ///< where reading ended early; what came before is converted
     int64_t position = 0;
     uint64_t bytes = 0;
+    std::unique_ptr<Pass> pass;  ///< at work; last, as its threads use the others
 };
 
 void Conversion::Announce() const
@@ -234,7 +221,9 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     const StreamPlan& stream = plan.streams[index];
     const AVStream& source = *input->streams[stream.input];
     AVStream* const target = pass.output ? &pass.output->AddStream() : nullptr;
-    auto sink = std::make_unique<StepSink>(pass.steps);
+    // The others work in the thread that writes, which must not wait for itself.
+    const bool hasThread = stream.treatment == Treatment::Video || stream.treatment == Treatment::Audio;
+    auto sink = std::make_unique<StepSink>(pass.steps, hasThread);
     std::unique_ptr<Path> path;
     if (stream.treatment == Treatment::Copy) {
         CopyStage stage(source, GetTimeFrame(), *sink, target ? target->index : 0, plan.oneImage);
@@ -254,72 +243,68 @@ std::unique_ptr<Path> Conversion::MakePath(OpenedInput& input, size_t index, Pas
     return path;
 }
 
-/// Writes what has come so far, and waits until no more than `ahead` packets of the input are at work.
-///
-/// @return whether nothing more is wanted. What was read ahead behind that point is dropped.
-bool Conversion::Pass::Write(size_t ahead)
+/// The way of packets from the demuxer to the paths; jumps that it closes up are shown once.
+GapFilter Conversion::MakeFilter(const OpenedInput& input, const Pass& pass)
 {
-    while (steps.GetCount() > 0) {
-        const bool wait = steps.GetCount() > ahead;
-        if (!steps.WriteFirst(GetSink(), wait) && !wait)
-            return false;
-        if (std::ranges::includes(steps.GetDone(), awaited)) {
-            while (steps.GetCount() > 0)
-                steps.WriteFirst(nowhere, true);
+    std::set<int> streams;
+    for (const auto& [index, path] : pass.paths)
+        streams.insert(index);
+    return {*input.Get(), streams, options.maxGap, [this](int64_t at, int64_t distance) {
+                const std::string line =
+                    fmt::format("{}: times jump {}by {} at {}; closed up", options.input,
+                                distance < 0 ? "back " : "", DurationText(std::abs(distance)),
+                                DurationText(at - plan.origin + options.start.value_or(0)));
+                if (told.insert(line).second)
+                    Tell(line);
+            }};
+}
+
+/// @return whether nothing more is wanted
+bool Conversion::PassOn(GapFilter& filter, const OpenedInput& input, Pass& pass, ConvertProgress& progress)
+{
+    while (const PacketPointer packet = filter.Pop()) {
+        // A first pass writes nothing: its position is the input's.
+        const int64_t read =
+            Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
+        if (pass.Take(*packet))
             return true;
-        }
+        progress.Update(pass.output              ? pass.output->GetPosition()
+                        : read == AV_NOPTS_VALUE ? 0
+                                                 : read - plan.origin,
+                        pass.output ? pass.output->GetBytes() : 0);
     }
     return false;
 }
 
-void Conversion::Pass::TakeEarlier()
-{
-    for (const PacketPointer& packet : earlier.Get())
-        if (const auto path = paths.find(packet->stream_index); path != paths.end())
-            path->second->Take(*packet, steps.Begin(path->first));
-}
-
-void Conversion::Pass::Finish()
-{
-    for (const auto& path : owned)
-        if (path)
-            path->Finish(steps.Begin(0));
-    while (steps.GetCount() > 0)
-        steps.WriteFirst(GetSink(), true);
-}
-
+/// @return false when somebody stopped it
 bool Conversion::Transport(OpenedInput& input, LookAhead& beginning, Pass& pass, ConvertProgress& progress)
 {
+    GapFilter filter = MakeFilter(input, pass);
     const PacketPointer packet(Proc::CreatePacket(0));
+    std::exception_ptr failure;
     while (!Interruption::IsWanted()) {
         try {
-            if (!beginning.ReadPacket(packet.get())) {
-                pass.Write(0);
-                return true;
-            }
+            if (!beginning.ReadPacket(packet.get()))
+                break;
         } catch (...) {
-            const std::exception_ptr failure = std::current_exception();
-            if (!pass.Write(0))
-                readFailure = failure;
-            return true;
+            failure = std::current_exception();
+            break;
         }
-        if (const auto path = pass.paths.find(packet->stream_index); path != pass.paths.end()) {
+        if (pass.paths.contains(packet->stream_index)) {
             ++pass.read[packet->stream_index];
-            // A first pass writes nothing: its position is the input's.
-            const int64_t read =
-                Proc::stream_to_global(packet->dts, input->streams[packet->stream_index]->time_base);
-            if (!path->second->IsDone() && !pass.earlier.Forget(*packet))
-                path->second->Take(*packet, pass.steps.Begin(path->first));
-            if (pass.Write(AHEAD))
-                return true;
-            progress.Update(pass.output              ? pass.output->GetPosition()
-                            : read == AV_NOPTS_VALUE ? 0
-                                                     : read - plan.origin,
-                            pass.output ? pass.output->GetBytes() : 0);
+            if (!pass.earlier.Forget(*packet))
+                filter.Push(*packet);
         }
         av_packet_unref(packet.get());
+        if (PassOn(filter, input, pass, progress))
+            return true;
     }
-    return false;
+    const bool complete = !Interruption::IsWanted();
+    filter.Finish();
+    if (PassOn(filter, input, pass, progress) || pass.Write(0))
+        return true;
+    readFailure = failure;
+    return complete;
 }
 
 void Conversion::Open(Pass& pass, OpenedInput& input, int number)
@@ -366,6 +351,8 @@ void Conversion::Complete(const OpenedInput& input, Pass& pass)
         outcome.written = output.GetWritten(static_cast<int>(i));
     }
     if (!HasContent(outcomes)) {
+        if (Interruption::IsWanted())
+            ThrowFFmpegFailure("nothing was written", AVERROR_EXIT);
         if (readFailure)
             std::rethrow_exception(readFailure);
         ThrowNoContent(outcomes);
@@ -378,27 +365,30 @@ void Conversion::Complete(const OpenedInput& input, Pass& pass)
 
 bool Conversion::RunPass(OpenedInput& input, int number, ConvertProgress& progress)
 {
-    Pass pass;
+    pass = std::make_unique<Pass>();
     Select(input);
     LookAhead beginning(input, PictureStreams(input));
     if (number != 2)  // the first pass has found it
         SetOrigin(beginning);
-    Seek(input, beginning, pass.earlier);
-    Open(pass, input, number);
-    pass.TakeEarlier();
-    const bool complete = Transport(input, beginning, pass, progress);
+    Seek(input, beginning, pass->earlier);
+    Open(*pass, input, number);
+    pass->TakeEarlier();
+    const bool complete = Transport(input, beginning, *pass, progress);
     if (!complete && number == 1)
         return false;
-    pass.Finish();
-    for (size_t i = 0; i < pass.owned.size(); ++i) {
-        if (number == 1 && pass.owned[i])
-            passStats[i] = pass.owned[i]->GetStats();
-        if (number != 1 && pass.owned[i])
-            damaged[plan.streams[i].input] = pass.owned[i]->GetDamaged();
+    pass->Finish();
+    const bool isOverdue = Interruption::IsOverdue();  // then threads may still be at work
+    for (size_t i = 0; i < pass->owned.size() && !isOverdue; ++i) {
+        if (number == 1 && pass->owned[i])
+            passStats[i] = pass->owned[i]->GetStats();
+        if (number != 1 && pass->owned[i])
+            damaged[plan.streams[i].input] = pass->owned[i]->GetDamaged();
     }
-    if (pass.output)
-        Complete(input, pass);
-    return complete;
+    if (pass->output)
+        Complete(input, *pass);
+    if (!isOverdue)
+        pass.reset();
+    return complete && !Interruption::IsWanted();  // a stage may have ended within a gap
 }
 
 void Conversion::Sum(const ConvertProgress& progress) const
@@ -422,7 +412,7 @@ void Conversion::Sum(const ConvertProgress& progress) const
 
 bool Conversion::Run()
 {
-    const Interruption interruption;
+    const Interruption interruption(OutputFiles::DiscardAll);
     const FFmpegErrors errors;  // of opening, which say what is wrong with streams
     const DetectedInput detected = WithReadableText(DetectInput(options.input));
     auto input = std::make_unique<OpenedInput>(detected);
@@ -465,7 +455,16 @@ bool Conversion::Run()
     return complete;
 }
 
-Conversion::~Conversion()
+Conversion::~Conversion() { ReportKept(); }
+
+void Conversion::Abandon()
+{
+    ReportKept();
+    files.Discard();
+    notesOfEncoders.reset();
+}
+
+void Conversion::ReportKept() const
 {
     if (options.keepPartial)
         for (const std::string& path : files.GetUnfinished())
@@ -474,6 +473,16 @@ Conversion::~Conversion()
 
 }  // namespace
 
-bool CarryOut(const ConvertOptions& options, bool quiet) { return Conversion(options, quiet).Run(); }
+bool CarryOut(const ConvertOptions& options, bool quiet)
+{
+    const auto end = [](Conversion* conversion) {
+        if (Interruption::IsOverdue())
+            conversion->Abandon();
+        else
+            delete conversion;
+    };
+    const std::unique_ptr<Conversion, decltype(end)> conversion(new Conversion(options, quiet), end);
+    return conversion->Run();
+}
 
 }  // namespace Quorva::Tool

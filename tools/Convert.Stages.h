@@ -44,7 +44,28 @@ struct TimeFrame {
     int64_t FromInput(int64_t timestamp, AVRational timeBase) const;
 };
 
+/// Packets that a stage holds, in their order.
+class HeldPackets {
+public:
+    static constexpr size_t mostPackets = 4096;
+    static constexpr uint64_t mostBytes = 64 << 20;
+
+    void Add(const AVPacket& packet);
+    void Clear();
+    /// Whether no more should be added.
+    bool IsFull() const { return packets.size() >= mostPackets || bytes >= mostBytes; }
+    /// Removes the first packet; null when there is none.
+    PacketPointer Take();
+
+private:
+    std::deque<PacketPointer> packets;
+    uint64_t bytes = 0;
+};
+
 /// Packets as they are, but for their times.
+///
+/// Holds a bounded number of packets. Where more lie between a key picture and the output's beginning, all of
+/// them are written, with times before it; where more are shown behind its end, the output ends.
 class CopyStage {
 public:
     /// @param onlyOne  the first packet is all
@@ -60,15 +81,16 @@ public:
 
 private:
     void Send(AVPacket& packet);
+    void SendAll(HeldPackets& held);
 
     const AVStream& source;
     const TimeFrame frame;
     PacketSink& sink;
     const int stream;
     const bool onlyOne;
-    int64_t nextDts = AV_NOPTS_VALUE;   ///< for packets without time stamps
-    std::deque<PacketPointer> waiting;  ///< since the last key picture before the beginning
-    std::deque<PacketPointer> late;     ///< shown behind the end; dropped unless others in time follow
+    int64_t nextDts = AV_NOPTS_VALUE;  ///< for packets without time stamps
+    HeldPackets waiting;               ///< since the last key picture before the beginning
+    HeldPackets late;                  ///< shown behind the end; dropped unless others in time follow
     bool begun = false;
     bool done = false;
 };
@@ -128,6 +150,7 @@ private:
     void Crop(AVFrame& decoded) const;
     void Retime(AVFrame& converted, int64_t time, int64_t duration);
     void RepeatUntil(int64_t time);
+    void Repeat(int64_t until);
     void Encode(AVFrame& converted, int64_t tick, int64_t duration);
     Proc::FramePtr Convert(AVFrame& decoded);
 

@@ -4,6 +4,7 @@
 #include "tools/Convert.Encoders.h"
 #include "tools/Convert.Stages.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 
 #include <fmt/format.h>
 
@@ -135,11 +136,13 @@ void VideoStage::Retime(AVFrame& converted, int64_t time, int64_t duration)
         static_cast<double>(time) / AV_TIME_BASE / av_q2d(base) - static_cast<double>(nextTick);
     if (drift < -TOLERANCE)
         return;
-    for (int64_t missing = drift > TOLERANCE ? std::llround(drift) : 0; missing > 0; --missing)
-        if (last->width > 0)
-            Encode(*&last, nextTick, 1);
-        else
-            ++nextTick;
+    int64_t missing = drift > TOLERANCE ? std::llround(drift) : 0;
+    if (last->width > 0)
+        for (; missing > 0 && !done; --missing)
+            Repeat(time);
+    nextTick += missing;
+    if (done)
+        return;
     Encode(converted, nextTick, 1);
     last = converted;
 }
@@ -152,7 +155,17 @@ void VideoStage::RepeatUntil(int64_t time)
     // Time stamps are rounded: a picture that comes a little after its tick counts as punctual.
     const int64_t tolerance = std::min(Proc::stream_to_global(1, base) / 4, lastDuration / 2);
     while (last->width > 0 && !done && Proc::stream_to_global(nextTick, base) + tolerance < time)
-        Encode(*&last, nextTick, 1);
+        Repeat(time);
+}
+
+/// Encodes `last` once more.
+/// @param until  where repeating it ends; a request to stop ends the output before, where that is far off
+void VideoStage::Repeat(int64_t until)
+{
+    Encode(*&last, nextTick, 1);
+    if (Interruption::IsWanted() &&
+        until - Proc::stream_to_global(nextTick, encoder.Get().time_base) > AV_TIME_BASE)
+        done = true;
 }
 
 void VideoStage::Encode(AVFrame& converted, int64_t tick, int64_t duration)

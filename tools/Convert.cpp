@@ -8,7 +8,10 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <charconv>
+#include <cstdio>
 #include <memory>
 #include <string_view>
 
@@ -76,7 +79,17 @@ std::pair<std::string, std::string> ParseOption(const std::string& text)
     return {text.substr(0, middle), text.substr(middle + 1)};
 }
 
-ExitCode RunConvert(const ConvertOptions& options, const Program& program)
+std::optional<int64_t> ParseMaxGap(const std::string& text)
+{
+    if (text == NONE)
+        return std::nullopt;
+    const int64_t time = ParseTime("--max-gap", text);
+    if (time < AV_TIME_BASE)
+        throw CLI::ValidationError("--max-gap", fmt::format("'{}' is less than a second", text));
+    return time;
+}
+
+ExitCode Convert(const ConvertOptions& options, const Program& program)
 {
     try {
         return CarryOut(options, program.quiet) ? EXIT_ALL_WELL : EXIT_STOPPED;
@@ -85,6 +98,11 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
         return EXIT_USAGE;
     } catch (...) {
         Failure failure = CurrentFailure(options.input);
+        if (failure.ffmpegResult == AVERROR_EXIT) {
+            if (!program.quiet)
+                WriteLine(options.output + ": stopped; nothing was written");
+            return EXIT_STOPPED;
+        }
         const bool ofOutput = failure.kind == FailureKind::Unwritable;
         if (ofOutput)
             failure = CurrentFailure(options.output);
@@ -92,6 +110,15 @@ ExitCode RunConvert(const ConvertOptions& options, const Program& program)
             PrintFailure(ofOutput ? options.output : options.input, failure, program.verbosity > 0);
         return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
+}
+
+ExitCode RunConvert(const ConvertOptions& options, const Program& program)
+{
+    const ExitCode code = Convert(options, program);
+    if (!Interruption::IsOverdue())
+        return code;
+    std::fflush(nullptr);  // a stopped conversion: nothing is left to be done about a failure
+    _exit(code);
 }
 
 void AddFiles(CLI::App& command, ConvertOptions& options)
@@ -154,6 +181,13 @@ void AddStreams(CLI::App& command, ConvertOptions& options)
         .add_option_function<std::string>(
             "--duration", [&](const std::string& text) { options.duration = ParseTime("--duration", text); },
             "Stop after this much output; copied pictures may last a few longer")
+        ->type_name("TIME")
+        ->group("Streams");
+    command
+        .add_option_function<std::string>(
+            "--max-gap", [&](const std::string& text) { options.maxGap = ParseMaxGap(text); },
+            "Close up jumps that all streams make together when they are longer (default: 10 seconds); none: "
+            "keep and fill them")
         ->type_name("TIME")
         ->group("Streams");
 }

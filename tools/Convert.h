@@ -53,7 +53,9 @@ struct ConvertOptions {
 
     std::optional<int64_t> start;     ///< microseconds from the input's beginning
     std::optional<int64_t> duration;  ///< microseconds
-    int threads = 0;                  ///< 0: as many as there are cores
+    /// Jumps of all times beyond that are closed up, microseconds; nothing: none is.
+    std::optional<int64_t> maxGap = 10'000'000;
+    int threads = 0;  ///< 0: as many as there are cores
     bool overwrite = false;
     bool keepPartial = false;
     bool progressJson = false;
@@ -145,7 +147,8 @@ Plan MakePlan(const OpenedInput& input, const ConvertOptions& options);
 
 /// Does it, all passes, and puts the output in its place. Says what it does on standard error.
 /// @param quiet  says nothing
-/// @return       false when somebody stopped it: the output ends there, or was not begun
+/// @return       false when somebody stopped it: the output ends there, or was not begun. Where
+///               Interruption::IsOverdue(), threads may still be at work, which end with the process only.
 /// @throws Quorva::Exception  it failed; the output's place is as it was before
 /// @throws UsageError         as MakePlan()
 bool CarryOut(const ConvertOptions& options, bool quiet);

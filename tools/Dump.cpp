@@ -84,7 +84,6 @@ public:
 
     ExitCode Run()
     {
-        const Interruption interruption;
         const bool whole = Try([this] {
             ReadPackets();
             for (const auto& stream : streams)
@@ -162,6 +161,7 @@ private:
 
 ExitCode RunDump(const DumpOptions& options, const Program& program)
 {
+    const Interruption interruption(OutputFiles::DiscardAll, Interruption::Milliseconds(1000));
     try {
         return FileDump(options, program).Run();
     } catch (...) {

@@ -331,7 +331,7 @@ public:
         received.Clear();
         Failure unknown;
         unknown.message = "the worker process sent no result";
-        if (!isComplete && !(failure && failure->kind == FailureKind::Internal && !inPackets))
+        if (!isComplete && !(failure && failure->kind == FailureKind::Stopped && !inPackets))
             EndObject(path, JsonText({
                                 {"error", FailureJson(failure ? *failure : unknown, details)}
             }));

@@ -3,6 +3,7 @@
 #include "host/FoundationIO.h"
 #include "tools/isolation/ReportProgress.h"
 #include "tools/support/Console.h"
+#include "tools/support/Interruption.h"
 #include "tools/support/Progress.h"
 #include "tools/support/StreamDecoder.h"
 
@@ -17,8 +18,11 @@ void ReadPackets(OpenedInput& input, FileReport& report, ProbeOutput& output, bo
     PacketCount& total = report.count.emplace();
     while (true) {
         try {
-            if (!input.ReadPacket(packet.get()))
+            if (!input.ReadPacket(packet.get())) {
+                if (Interruption::IsWanted())
+                    ThrowFFmpegFailure("not read to its end", AVERROR_EXIT);
                 break;
+            }
         } catch (...) {
             report.failure = CurrentFailure(report.path);
             break;
@@ -114,7 +118,7 @@ public:
         if (!quiet)
             for (const std::string& folder : files.GetEmptyFolders())
                 WriteLine(folder + ": no files in this folder");
-        return complete ? code : EXIT_STOPPED;
+        return complete && !Interruption::IsWanted() ? code : EXIT_STOPPED;
     }
 
     NextFile Next(WalkedFile& file) override
@@ -147,8 +151,10 @@ public:
     void Done(size_t, const WalkedFile& file, const FileResult& result) override
     {
         std::optional<Failure> failure = result.failure;
-        if (result.stopped)
+        if (result.stopped) {
             failure.emplace().message = "stopped";
+            failure->kind = FailureKind::Stopped;
+        }
         output->EndFile(file.path, failure ? &*failure : nullptr);
         if (result.failure)
             Show(file.path, *result.failure);

@@ -35,7 +35,8 @@ void AddProbe(CLI::App& app, Program& program)
         "--unordered", [options] { options->isolation.ordered = false; },
         "Show files as they are ready, not in the order in which they are named");
     AddIsolation(*command, options->isolation, IsolationFlags::Jobs);
-    options->isolation.finishOnStop = false;  // what is known of a file is shown when all of it is
+    options->isolation.patience = std::chrono::milliseconds(1000);
+    options->isolation.grace = std::chrono::milliseconds(300);
     command->footer(
         "Examples:\n"
         "  tessadrin probe film.mkv                        container, streams, tags, chapters\n"

@@ -26,6 +26,8 @@ struct IsolationOptions {
     uint64_t maxMemory = uint64_t{1} << 30;
     /// Whether a stop lets workers end their files well, as an Interruption does; otherwise they are killed.
     bool finishOnStop = true;
+    /// Between the first wish to stop and the kill; nothing: as long as it takes.
+    std::optional<std::chrono::milliseconds> patience;
     std::chrono::milliseconds grace{5000};  ///< between the second wish to stop and the kill
     bool allowOutside = false;              ///< inputs outside of the first one's folder
     SandboxOptions sandbox;

@@ -122,11 +122,13 @@ private:
     void PassStopOn()
     {
         const int wishes = Interruption::IsWanted() + Interruption::IsUrgent();
-        const bool late = wishes > 1 && Clock::now() >= deadline;
+        const bool late = wishes > 0 && Clock::now() >= deadline;
         if (wishes == passedOn && !late)
             return;
+        if (passedOn < 1 && options.patience)
+            deadline = Clock::now() + *options.patience;
         if (wishes > 1 && passedOn < 2)
-            deadline = Clock::now() + options.grace;
+            deadline = std::min(deadline, Clock::now() + options.grace);
         for (; passedOn < wishes; ++passedOn)
             for (FileRun& run : runs)
                 run.Stop(!options.finishOnStop);
@@ -170,7 +172,7 @@ private:
     const IsolationOptions& options;
     const Sandbox sandbox;
     const size_t jobs;
-    const Interruption interruption;
+    const Interruption interruption{Interruption::Unwatched()};
     size_t next = 0;                                   ///< number of the file to begin
     NextFile found = NextFile::File;                   ///< by the last look for files
     std::deque<WalkedFile> queue;                      ///< files to begin
@@ -263,7 +265,7 @@ bool RunIsolated(IsolatedWork& work, const IsolationOptions& options)
         return Pool(work, options).Run();
     std::optional<Interruption> interruption;
     if (options.finishOnStop)
-        interruption.emplace();
+        interruption.emplace(nullptr, options.patience);
     WalkedFile file;
     for (size_t index = 0; NextHere(work, file); ++index) {
         work.Begin(index, file);

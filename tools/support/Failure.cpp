@@ -51,6 +51,8 @@ FailureKind KindOf(int result)
         case AVERROR_PATCHWELCOME:
         case AVERROR_PROTOCOL_NOT_FOUND:
             return FailureKind::Unsupported;
+        case AVERROR_EXIT:
+            return FailureKind::Stopped;
         default:
             return FailureKind::InvalidData;
     }
@@ -118,6 +120,8 @@ std::string_view FailureKindName(FailureKind kind)
             return "memory";
         case FailureKind::Timeout:
             return "timeout";
+        case FailureKind::Stopped:
+            return "stopped";
         case FailureKind::Internal:
             break;
     }

@@ -23,6 +23,7 @@ enum class FailureKind {
     Unsupported,    ///< recognised, but not read
     InvalidData,    ///< damaged
     NoMemory,
+    Stopped,   ///< by a signal
     Internal,  ///< anything else
     Crashed,   ///< the worker that read the file died
     Memory,    ///< the worker died because it was out of memory

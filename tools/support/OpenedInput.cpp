@@ -7,6 +7,7 @@
 #include "tools/isolation/ReportProgress.h"
 #include "tools/isolation/Worker.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 #include "tools/support/OffsetInput.h"
 #include "tools/support/SpooledInput.h"
 
@@ -183,7 +184,7 @@ std::unique_ptr<Proc::GuardedIO> OpenedInput::MakeSource(boost::intrusive_ptr<Co
     stream->MoveTo(0);
     bytes += stream->GetSize();
     return std::make_unique<Proc::GuardedIO>(MakeRefCounted<SteadyInput>(std::move(stream), losses),
-                                             Proc::GuardedIO::SIZE, failure);
+                                             Proc::GuardedIO::SIZE, failure, Interruption::GetCancellation());
 }
 
 int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
@@ -232,7 +233,10 @@ OpenedInput::OpenedInput(const DetectedInput& input) : stream(input.stream)
         ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
     }
     // A failure leaves the streams less well described, not unreadable.
-    if (const int informed = avformat_find_stream_info(context.get(), nullptr); informed < 0)
+    const int informed = avformat_find_stream_info(context.get(), nullptr);
+    if (Interruption::IsWanted())
+        ThrowFFmpegFailure("not read to its end", AVERROR_EXIT);
+    if (informed < 0)
         streamsWarning = "stream information is incomplete: " + FFmpegReason(informed);
 }
 
@@ -247,6 +251,7 @@ int OpenedInput::Open(const DetectedInput& input, const AVInputFormat& demuxer, 
     fresh->opaque = this;
     fresh->io_open = OpenFurther;
     fresh->io_close2 = CloseFurther;
+    fresh->interrupt_callback = Interruption::GetCancellation().GetInterruptCallback();
     Dictionary options;
     // Some demuxers open further files on their own, past io_open: no protocol is called that.
     Proc::PutMetadata(&options, "protocol_whitelist", "none");
@@ -283,7 +288,7 @@ bool OpenedInput::ReadPacket(AVPacket* packet)
             ThrowEndless(packets);
         return true;
     }
-    if (result == AVERROR_EOF)
+    if (result == AVERROR_EOF || result == AVERROR_EXIT)
         return false;
     failure.Check();
     ThrowFFmpegFailure(fmt::format("reading stopped after {} packet{}", packets, packets == 1 ? "" : "s"),

@@ -35,7 +35,8 @@ DetectedInput DetectInput(const std::string& path);
 /// elsewhere. Both come out of CheckStreams().
 class OpenedInput {
 public:
-    /// Opens the file and finds out about its streams.
+    /// Opens the file and finds out about its streams. An Interruption stops it: AVERROR_EXIT is the result
+    /// that the exception carries then.
     /// @throws Quorva::Exception  with TagFailureKind: a format that isn't read, damage, a stream's own.
     explicit OpenedInput(const DetectedInput& input);
     OpenedInput(const OpenedInput&) = delete;
@@ -50,7 +51,7 @@ public:
     const std::string& GetStreamsWarning() const noexcept { return streamsWarning; }
 
     /// Reads the next packet of any stream into `packet`, which must be empty.
-    /// @return false at the end, `packet` is empty then.
+    /// @return false at the end, and after an Interruption; `packet` is empty then.
     /// @throws Quorva::Exception  reading stopped before the end.
     bool ReadPacket(AVPacket* packet);
 

@@ -3,24 +3,33 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
 #include "host/RefCounting.h"
 #include "tools/support/Failure.h"
+#include "tools/support/Interruption.h"
 
 #include <fmt/format.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace Quorva::Tool {
 
 namespace {
+
+constinit std::mutex mutex;              ///< for all objects: which there are, and which files they have
+constinit OutputFiles* first = nullptr;  ///< the latest object
 
 std::string ReasonOf(int error) { return std::system_category().message(error); }
 
@@ -88,10 +97,30 @@ int Rename(const std::string& from, const std::string& to, bool replace)
     return ::unlink(from.c_str());
 }
 
+/// Waits for the reader of a named pipe, which open() would do whatever the signals.
+/// @return  a descriptor that the caller owns, or -1 with errno set
+int OpenForWriting(const std::string& path)
+{
+    struct stat status{};
+    const bool isPipe = ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+    while (true) {
+        const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | (isPipe ? O_NONBLOCK : 0));
+        if (descriptor >= 0 || !isPipe || (errno != ENXIO && errno != EINTR))
+            return descriptor;
+        if (Interruption::IsWanted())
+            ThrowFileFailure("stopped: no reader has opened it");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
 /// Takes bytes as they come.
 class StreamOutput final : public RefCounted<Core::IDataOutput> {
 public:
-    StreamOutput(int descriptor, bool owned) : descriptor(descriptor), owned(owned) {}
+    StreamOutput(int descriptor, bool owned) : descriptor(descriptor), owned(owned)
+    {
+        struct stat status{};
+        waits = ::fstat(descriptor, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+    }
     ~StreamOutput() override
     {
         if (owned)
@@ -101,8 +130,12 @@ public:
     void Write(const uint8_t* buffer, uint64_t size) override
     {
         while (size > 0) {
-            const ssize_t count = ::write(descriptor, buffer, size);
-            if (count < 0 && errno == EINTR)
+            if (waits)
+                AwaitReader();
+            // So many bytes never block a pipe that has room.
+            const ssize_t count =
+                ::write(descriptor, buffer, waits ? std::min<uint64_t>(size, PIPE_BUF) : size);
+            if (count < 0 && (errno == EINTR || errno == EAGAIN))
                 continue;
             if (count <= 0)
                 ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(count == 0 ? ENOSPC : errno)));
@@ -126,18 +159,64 @@ public:
     }
 
 private:
+    /// Waits until the pipe has room, or its reader is gone. After a stop the reader gets a second.
+    void AwaitReader() const
+    {
+        constexpr int interval = 100;  // ms
+        constexpr int most = 10;       // intervals
+        for (int stopped = 0; stopped <= most && !Interruption::IsUrgent();) {
+            pollfd waiting{descriptor, POLLOUT, 0};
+            if (::poll(&waiting, 1, interval) > 0)
+                return;
+            stopped += Interruption::IsWanted() ? 1 : 0;
+        }
+        ThrowFileFailure("stopped before the end: its reader takes nothing");
+    }
+
     const int descriptor;
     const bool owned;
+    bool waits = false;  ///< a pipe or a socket, which another process empties
     uint64_t written = 0;
 };
 
 }  // namespace
 
+OutputFiles::OutputFiles(bool overwrite, bool keep, Links links)
+    : overwrite(overwrite), keep(keep), links(links)
+{
+    const std::lock_guard lock(mutex);
+    next = std::exchange(first, this);
+}
+
 OutputFiles::~OutputFiles()
+{
+    const std::lock_guard lock(mutex);
+    Delete();
+    OutputFiles** link = &first;
+    while (*link != this)
+        link = &(*link)->next;
+    *link = next;
+}
+
+void OutputFiles::Delete() noexcept
 {
     if (!keep)
         for (const File& file : files)
-            ::unlink(file.provisional.c_str());  // a destructor could tell nobody of a failure
+            ::unlink(file.provisional.c_str());  // a failure could not be reported
+    files.clear();
+}
+
+void OutputFiles::Discard() noexcept
+{
+    const std::lock_guard lock(mutex);
+    Delete();
+}
+
+void OutputFiles::DiscardAll() noexcept
+{
+    mutex.lock();  // for good
+    for (OutputFiles* object = first; object; object = object->next)
+        object->Delete();
 }
 
 void OutputFiles::Check(const std::string& path) const
@@ -151,10 +230,12 @@ boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& p
 {
     Check(path);
     const std::string place = links == Links::Follow ? FollowLinks(path).native() : path;
+    std::unique_lock lock(mutex);
     auto [provisional, descriptor] = CreateProvisional(place);
     File& file = files.emplace_back();
     file.path = place;
     file.provisional = std::move(provisional);
+    lock.unlock();
     auto stream = Core::DataOutputFile::Create(descriptor, file.provisional);
     struct stat status{};
     if (::fstat(descriptor, &status) < 0)
@@ -191,6 +272,7 @@ void OutputFiles::Commit()
     while (!files.empty()) {
         const File& file = files.front();
         Synchronise(file);
+        const std::lock_guard lock(mutex);
         if (Rename(file.provisional, file.path, overwrite) < 0)
             ThrowFileFailure(fmt::format("can't be put in its place: {}", ReasonOf(errno)));
         files.erase(files.begin());
@@ -241,7 +323,7 @@ boost::intrusive_ptr<Core::IDataOutput> OpenStreamOutput(const std::string& path
 {
     if (path == "-")
         return MakeRefCounted<StreamOutput>(STDOUT_FILENO, false);
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    const int descriptor = OpenForWriting(path);
     if (descriptor < 0)
         ThrowFileFailure(fmt::format("can't be opened for writing: {}", ReasonOf(errno)));
     return MakeRefCounted<StreamOutput>(descriptor, true);

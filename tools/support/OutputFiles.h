@@ -24,10 +24,7 @@ public:
     /// @param overwrite  whether Commit() may replace files; a new file then has the mode of the old one
     /// @param keep       whether unfinished files stay, under their provisional names, when Commit() never
     ///                   comes
-    OutputFiles(bool overwrite, bool keep, Links links = Links::Follow)
-        : overwrite(overwrite), keep(keep), links(links)
-    {
-    }
+    OutputFiles(bool overwrite, bool keep, Links links = Links::Follow);
     OutputFiles(const OutputFiles&) = delete;
     OutputFiles& operator=(const OutputFiles&) = delete;
     ~OutputFiles();
@@ -45,6 +42,13 @@ public:
     ///                            files that are in place already stay there
     void Commit();
 
+    /// Deletes the unfinished files, unless they are to be kept. To be called instead of the destructor
+    /// where another thread still uses their streams.
+    void Discard() noexcept;
+    /// Does the same for all objects, and blocks every thread that creates or renames a file of one from then
+    /// on. From any thread; the process is to end then.
+    static void DiscardAll() noexcept;
+
     /// Paths of unfinished files.
     std::vector<std::string> GetUnfinished() const;
 
@@ -57,11 +61,13 @@ private:
     };
 
     void Synchronise(const File& file) const;
+    void Delete() noexcept;
 
     const bool overwrite;
     const bool keep;
     const Links links;
-    std::vector<File> files;  ///< those not in their places yet
+    std::vector<File> files;      ///< those not in their places yet
+    OutputFiles* next = nullptr;  ///< of all objects
 };
 
 /// Returns why `path` can't number pictures; empty when it can, or has no place for a number. There may be

@@ -34,6 +34,13 @@ bool IsFinal(int error)
            error == AVERROR_EOF || error == AVERROR_EXIT;
 }
 
+/// Whether the caller has requested a stop, which some demuxers report as an error of another kind.
+bool IsStopped(const AVFormatContext& context)
+{
+    const AVIOInterruptCB& ask = context.interrupt_callback;
+    return (context.pb && context.pb->error == AVERROR_EXIT) || (ask.callback && ask.callback(ask.opaque));
+}
+
 int64_t GetLength(AVIOContext* io)
 {
     const int64_t size = avio_size(io);
@@ -168,6 +175,8 @@ namespace {
             }
             return result;
         }
+        if (IsStopped(*context))
+            return AVERROR_EXIT;
         if (IsFinal(result))
             return result;
         if (result == AVERROR(EAGAIN) && retries < retryLimit) {

@@ -59,8 +59,9 @@ TESSADRIN_API int64_t FFSeekWCallback(void* opaque, int64_t offset, int whence);
 /// @param packet  as for `av_read_frame`: the caller unreferences it
 /// @return        0, or the last error of `av_read_frame`; AVERROR(EINVAL) for null. The end, a request to
 ///                stop (AVERROR_EXIT), and ENOENT, ENXIO and ENODEV are returned at once; EAGAIN is tried
-///                20 times more before skipping. Errors that a demuxer hides are its own affair: some give
-///                the end instead.
+///                20 times more before skipping. AVERROR_EXIT takes the place of other errors once the
+///                interrupt callback or the stream requests a stop (Tessadrin.Cancellation.h). Errors that a
+///                demuxer hides are its own affair: some give the end instead.
 TESSADRIN_API int av_read_frame_fixed(AVFormatContext* context, AVPacket* packet);
 
 }  // namespace Quorva::Proc

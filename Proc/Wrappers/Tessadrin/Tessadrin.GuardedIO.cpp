@@ -7,6 +7,56 @@
 
 namespace Quorva::Proc {
 
+namespace {
+
+/// A stream and its cancellation, which thus needs no member of GuardedIO: callers were compiled with its
+/// size.
+class CancellableInput final : public RefCounted<Core::IDataInput> {
+public:
+    CancellableInput(boost::intrusive_ptr<Core::IDataInput> inner, const Cancellation& cancellation)
+        : cancellation(cancellation), inner(std::move(inner))
+    {
+    }
+    uint64_t Read(uint8_t* buffer, uint64_t size) override { return inner->Read(buffer, size); }
+    uint64_t GetSize() override { return inner->GetSize(); }
+    uint64_t MoveBy(int64_t offset) override { return inner->MoveBy(offset); }
+    void MoveTo(uint64_t position) override { inner->MoveTo(position); }
+    const std::string& GetName() const noexcept override { return inner->GetName(); }
+
+    const Cancellation& cancellation;
+
+private:
+    const boost::intrusive_ptr<Core::IDataInput> inner;
+};
+
+class CancellableOutput final : public RefCounted<Core::IDataOutput> {
+public:
+    CancellableOutput(boost::intrusive_ptr<Core::IDataOutput> inner, const Cancellation& cancellation)
+        : cancellation(cancellation), inner(std::move(inner))
+    {
+    }
+    void Write(const uint8_t* buffer, uint64_t size) override { inner->Write(buffer, size); }
+    uint64_t GetSize() override { return inner->GetSize(); }
+    void SetSize(uint64_t size) override { inner->SetSize(size); }
+    uint64_t MoveBy(int64_t offset) override { return inner->MoveBy(offset); }
+    void MoveTo(uint64_t position) override { inner->MoveTo(position); }
+
+    const Cancellation& cancellation;
+
+private:
+    const boost::intrusive_ptr<Core::IDataOutput> inner;
+};
+
+/// Whether a stream has a cancellation, which requests a stop.
+template <class Cancellable, class Stream>
+bool IsStopped(const boost::intrusive_ptr<Stream>& stream)
+{
+    const auto* const cancellable = dynamic_cast<const Cancellable*>(stream.get());
+    return cancellable && cancellable->cancellation.IsStopRequested();
+}
+
+}  // namespace
+
 void StreamFailure::Check() const
 {
     if (first)
@@ -32,6 +82,18 @@ GuardedIO::GuardedIO(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekab
     Allocate(size, true, seekable);
 }
 
+GuardedIO::GuardedIO(boost::intrusive_ptr<Core::IDataInput> stream, int size, StreamFailure& failure,
+                     const Cancellation& cancellation)
+    : GuardedIO(MakeRefCounted<CancellableInput>(std::move(stream), cancellation), size, failure)
+{
+}
+
+GuardedIO::GuardedIO(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable, int size,
+                     StreamFailure& failure, const Cancellation& cancellation)
+    : GuardedIO(MakeRefCounted<CancellableOutput>(std::move(stream), cancellation), seekable, size, failure)
+{
+}
+
 void GuardedIO::Allocate(int size, bool writing, bool seekable)
 {
     auto* buffer = static_cast<unsigned char*>(av_malloc(static_cast<size_t>(size)));
@@ -54,6 +116,8 @@ GuardedIO::~GuardedIO()
 int GuardedIO::Read(void* opaque, uint8_t* buffer, int size)
 {
     auto& self = *static_cast<GuardedIO*>(opaque);
+    if (IsStopped<CancellableInput>(self.input))
+        return AVERROR_EXIT;
     try {
         return FFReadCallback(AsOpaque(self.input.get()), buffer, size);
     } catch (...) {
@@ -67,6 +131,8 @@ int GuardedIO::Write(void* opaque, const uint8_t* buffer, int size)
     auto& self = *static_cast<GuardedIO*>(opaque);
     if (self.failure.IsSet())
         return AVERROR(EIO);
+    if (IsStopped<CancellableOutput>(self.output))
+        return AVERROR_EXIT;
     try {
         return FFWriteCallback(AsOpaque(self.output.get()), buffer, size);
     } catch (...) {
@@ -80,6 +146,8 @@ int64_t GuardedIO::Seek(void* opaque, int64_t offset, int whence)
     auto& self = *static_cast<GuardedIO*>(opaque);
     if (self.output && self.failure.IsSet())
         return AVERROR(EIO);
+    if (IsStopped<CancellableInput>(self.input) || IsStopped<CancellableOutput>(self.output))
+        return AVERROR_EXIT;
     try {
         return self.input ? FFSeekRCallback(AsOpaque(self.input.get()), offset, whence)
                           : FFSeekWCallback(AsOpaque(self.output.get()), offset, whence);

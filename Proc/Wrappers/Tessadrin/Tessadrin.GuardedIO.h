@@ -16,6 +16,7 @@
 
 #include "Proc/Wrappers/Tessadrin/Export.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Cancellation.h"
 #include "host/FoundationIO.h"
 
 #include <exception>
@@ -56,6 +57,13 @@ public:
     /// @param seekable  whether FFmpeg may go back, as in a file and not in a pipe
     GuardedIO(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable, int size,
               StreamFailure& failure);
+    /// As the first two, and once `cancellation` requests a stop, nothing reaches the stream any more: reads,
+    /// writes and seeks return AVERROR_EXIT. That isn't a failure of the stream: `failure` keeps nothing.
+    /// @param cancellation  outlives this object; asked before each call of the stream
+    GuardedIO(boost::intrusive_ptr<Core::IDataInput> stream, int size, StreamFailure& failure,
+              const Cancellation& cancellation);
+    GuardedIO(boost::intrusive_ptr<Core::IDataOutput> stream, bool seekable, int size, StreamFailure& failure,
+              const Cancellation& cancellation);
     GuardedIO(const GuardedIO&) = delete;
     GuardedIO& operator=(const GuardedIO&) = delete;
     /// Frees both. What FFmpeg has not written is lost: call `avio_flush` before, or write the trailer.

@@ -14,6 +14,7 @@
 #include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
 #include "Proc/Wrappers/Tessadrin/SafeTypes.Hardware.h"
 #include "Proc/Wrappers/Tessadrin/SafeTypes.h"
+#include "Proc/Wrappers/Tessadrin/Tessadrin.Cancellation.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CodecTags.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Codecs.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
