@@ -218,7 +218,7 @@ TEST(Probe, VerboseNamesPlaceCallsAndFFmpegsReasons)
     EXPECT_THAT(outcome.errors, StartsWith("ERROR ")) << "FFmpeg's own";
     EXPECT_THAT(outcome.errors,
                 HasSubstr("ProcException from ThrowFFmpegFailure, tools/support/Failure.cpp:"));
-    EXPECT_THAT(outcome.errors, HasSubstr("IOException from Create, host/src/Files.cpp:"));
+    EXPECT_THAT(outcome.errors, HasSubstr("IOException from ThrowRefused, tools/isolation/Worker.cpp:"));
     EXPECT_THAT(outcome.errors, HasSubstr("\n  #0 "));
     EXPECT_THAT(outcome.errors, HasSubstr("OpenedInput::OpenedInput"))
         << "the program's functions have names";

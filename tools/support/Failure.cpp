@@ -114,6 +114,12 @@ std::string_view FailureKindName(FailureKind kind)
             return "invalid-data";
         case FailureKind::NoMemory:
             return "no-memory";
+        case FailureKind::Crashed:
+            return "crashed";
+        case FailureKind::Memory:
+            return "memory";
+        case FailureKind::Timeout:
+            return "timeout";
         case FailureKind::Stopped:
             return "stopped";
         case FailureKind::Internal:

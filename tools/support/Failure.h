@@ -25,6 +25,9 @@ enum class FailureKind {
     NoMemory,
     Stopped,   ///< by a signal
     Internal,  ///< anything else
+    Crashed,   ///< the worker that read the file died
+    Memory,    ///< the worker died because it was out of memory
+    Timeout,   ///< the worker got no further
 };
 
 /// "not-found" and so on: the values of the JSON member "kind".

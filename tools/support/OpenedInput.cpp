@@ -4,17 +4,21 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/isolation/ReportProgress.h"
+#include "tools/isolation/Worker.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/OffsetInput.h"
 #include "tools/support/SpooledInput.h"
 
 #include <fmt/format.h>
+#include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -113,14 +117,12 @@ private:
                          << TagFailureKind(FailureKind::Unsupported));
 }
 
-boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
+boost::intrusive_ptr<Core::IDataInput> OpenPlain(Descriptor descriptor, const std::string& path)
 {
     try {
-        return Core::DataInputFile::Create(ioPath(path));
+        return Core::DataInputFile::Create(descriptor.Release(), path == "-" ? "/dev/stdin" : path);
     } catch (Core::IOException& e) {
-        std::error_code error;
-        const bool found = std::filesystem::exists(path, error) || error;
-        e << TagFailureKind(found ? FailureKind::Unreadable : FailureKind::NotFound);
+        e << TagFailureKind(FailureKind::Unreadable);
         throw;
     }
 }
@@ -173,9 +175,11 @@ std::string_view LocalPath(std::string_view url)
 
 DetectedInput DetectInput(const std::string& path)
 {
-    SpooledInput* const spooled = SpooledInput::Find(path);
-    const std::string plainPath = path == "-" ? "/dev/stdin" : path;
-    DetectedInput input{path, OpenStream(spooled ? spooled->GetPath() : plainPath), 0, {}, 0};
+    Descriptor descriptor = RequestInput(path);
+    std::optional<SpooledInput> spooled;
+    if (SpooledInput::IsNeeded(descriptor.Get()))
+        spooled.emplace(std::move(descriptor), RequestSpool(path), path == "-" ? "standard input " : "");
+    DetectedInput input{path, spooled ? spooled->Open() : OpenPlain(std::move(descriptor), path), 0, {}, 0};
     if (spooled)
         spooled->Fill(longestLook);
     Detect(input);
@@ -231,7 +235,7 @@ int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const c
         const std::string path(LocalPath(url));
         if (path.empty())
             ThrowNetwork(url);
-        auto stream = Core::DataInputFile::Create(self.further.Open(path), path);
+        auto stream = Core::DataInputFile::Create(RequestFurther(self.further, path).Release(), path);
         *io = self.MakeSource(self.ForDemuxer(std::move(stream), true)).release()->Get();
         return 0;
     } catch (const std::bad_alloc&) {
@@ -251,7 +255,7 @@ int OpenedInput::CloseFurther(AVFormatContext*, AVIOContext* io)
     return 0;
 }
 
-OpenedInput::OpenedInput(const DetectedInput& input) : further(input.path)
+OpenedInput::OpenedInput(const DetectedInput& input) : further(input.path), stream(input.stream)
 {
     const auto& supported = Proc::GetFFMPEGSupportedInputFormats();
     const auto found = supported.find(input.result.format);
@@ -306,6 +310,12 @@ int OpenedInput::Open(const DetectedInput& input, const AVInputFormat& demuxer, 
 
 OpenedInput::~OpenedInput() = default;
 
+std::string OpenedInput::GetContainer() const
+{
+    constexpr uint64_t firstBytes = 128;  // FFmpeg's name for the file may be none that can be opened here
+    return Proc::GetContainerFormat(context.get(), *Proc::MovieProbe::Create(stream, firstBytes));
+}
+
 void OpenedInput::CheckStreams() const
 {
     failure.Check();
@@ -319,6 +329,7 @@ bool OpenedInput::ReadPacket(AVPacket* packet)
 {
     const int result = Proc::av_read_frame_fixed(context.get(), packet);
     if (result >= 0) {
+        ReportProgress();
         // Every packet stands for at least one byte of the input; the allowance is for tiny ones.
         if (++packets > bytes + 1024)
             ThrowEndless(packets);

@@ -50,6 +50,8 @@ public:
 
     AVFormatContext* Get() const noexcept { return context.get(); }
     AVFormatContext* operator->() const noexcept { return context.get(); }
+    /// The format as Proc::GetContainerFormat() has it; may read the file's first bytes again.
+    std::string GetContainer() const;
     /// Why not everything about the streams could be found out; empty when it could.
     const std::string& GetStreamsWarning() const noexcept { return streamsWarning; }
 
@@ -87,6 +89,7 @@ private:
     uint64_t bytes = 0;    ///< of all streams opened so far
     uint64_t packets = 0;  ///< read so far
     std::string streamsWarning;
+    boost::intrusive_ptr<Core::IDataInput> stream;  ///< the file, from its own beginning on
     std::unique_ptr<Proc::GuardedIO> file;
     std::unique_ptr<AVFormatContext, CloseContext> context;
 };
