@@ -39,7 +39,7 @@ mmdebstrap --variant=minbase --format=null --aptopt='APT::Install-Recommends "fa
     --aptopt='APT::Sandbox::User "root"' --dpkgopt=force-unsafe-io --skip=download/empty,essential/unlink,cleanup/apt \
     --setup-hook='mkdir -p "$1/var/cache/apt/archives"' \
     --setup-hook="sync-in '$archives' /var/cache/apt/archives" \
-    --include=g++,cmake,ninja-build,pkgconf,libgoogle-glog-dev \
+    --include=g++,cmake,ninja-build,pkgconf,libgoogle-glog-dev,libseccomp-dev \
     --customize-hook='mkdir "$1/try"' --customize-hook='sync-in try /try' \
     --customize-hook='chroot "$1" env -i PATH=/usr/sbin:/usr/bin LC_ALL=C.UTF-8 sh /try/check.sh' \
     --customize-hook='rm -f "$1"/var/cache/apt/archives/lock' \

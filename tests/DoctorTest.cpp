@@ -28,11 +28,13 @@ TEST(Doctor, FindsNothingWrongHere)
     EXPECT_EQ(text.code, 0);
     EXPECT_EQ(text.errors, "");
     EXPECT_THAT(text.output, AllOf(StartsWith("tessadrin "), HasSubstr("\n  libswresample  built with "),
+                                   HasSubstr("\nSandbox for reading files: Landlock "),
                                    EndsWith("\nThe library can be loaded.\n")));
 
     const json document = json::parse(RunProgram({"doctor", "--json"}).output);
     EXPECT_EQ(document["loads"], true);
     EXPECT_TRUE(document["failure"].is_null());
+    EXPECT_TRUE(document["sandbox"]["seccomp"]);
     EXPECT_EQ(document["libraries"]["libavcodec"]["running"], document["tool"]["ffmpeg"]["avcodec"]);
     EXPECT_THAT(document["lacking"]["decoders"].get<std::vector<std::string>>(),
                 testing::Not(testing::Contains("h264")));

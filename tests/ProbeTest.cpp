@@ -218,7 +218,7 @@ TEST(Probe, VerboseNamesPlaceCallsAndFFmpegsReasons)
     EXPECT_THAT(outcome.errors, StartsWith("ERROR ")) << "FFmpeg's own";
     EXPECT_THAT(outcome.errors,
                 HasSubstr("ProcException from ThrowFFmpegFailure, tools/support/Failure.cpp:"));
-    EXPECT_THAT(outcome.errors, HasSubstr("IOException from Create, host/src/Files.cpp:"));
+    EXPECT_THAT(outcome.errors, HasSubstr("IOException from ThrowRefused, tools/isolation/Worker.cpp:"));
     EXPECT_THAT(outcome.errors, HasSubstr("\n  #0 "));
     EXPECT_THAT(outcome.errors, HasSubstr("OpenedInput::OpenedInput"))
         << "the program's functions have names";
@@ -291,25 +291,6 @@ TEST(Probe, ImagesThatFFmpegWouldOpenByNameAreReadToo)
     EXPECT_EQ(file["format"]["demuxer"], "image2");
     EXPECT_EQ(file["format"]["container"], "targa");
     EXPECT_EQ(file["count"]["bytes"], targa.size());
-}
-
-TEST(Probe, PlaylistsReachLocalPiecesAndNothingElse)
-{
-    const TemporaryFolder folder;
-    std::filesystem::copy_file(MadeFile("h264-aac.ts"), folder.path / "piece.ts");
-    const auto playlist = [](const std::string& entry) {
-        return "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + entry + "\n#EXT-X-ENDLIST\n";
-    };
-    const json local = Probe({folder.Put("local.m3u8", playlist("piece.ts")), "--count"}, 0)["files"][0];
-    EXPECT_EQ(local["streams"].size(), 2u);
-    EXPECT_GT(local["count"]["packets"], 20);
-    for (const char* entry : {"http://localhost:9/piece.ts", "missing.ts", "file:///dev/null"}) {
-        SCOPED_TRACE(entry);
-        const Outcome outcome =
-            RunProgram({"probe", "--json", "--count", folder.Put("other.m3u8", playlist(entry))});
-        const json other = json::parse(outcome.output)["files"][0];
-        EXPECT_TRUE(!other.contains("count") || other["count"]["packets"] == 0);
-    }
 }
 
 TEST(Probe, TableAlignsItsColumns)

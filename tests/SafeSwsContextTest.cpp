@@ -370,30 +370,6 @@ TEST(SafeSwsContext, SlicesOutsideThePictureAreRefusedUnread)
             << y << '+' << rows;
 }
 
-TEST(SafeSwsContext, LanczosNeedsAWindow)
-{
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    SwsCtxParams params = {
-        {16, 16, AV_PIX_FMT_YUV420P, Conf::YCbCrMatrix::BT709    },
-        {16, 16, AV_PIX_FMT_YUV420P, Conf::YCbCrMatrix::SMPTE170M},
-        SWS_LANCZOS
-    };
-    for (const int width : {16, 9})
-        for (const double window : {0.0, -1.0, nan, -0.1}) {
-            params.dst.width = width;
-            params.params = {window, 0};
-            EXPECT_EQ(FailureOf<SafeSwsContext::Exception>([&] { SafeSwsContext{params}; }).description,
-                      "Can't init SW Scale context");
-        }
-    for (const double window : {1e-9, 0.5, 3.0, 10.0, static_cast<double>(SWS_PARAM_DEFAULT)}) {
-        params.params = {window, nan};
-        EXPECT_TRUE(SafeSwsContext{params});
-    }
-    params.flags = SWS_BICUBIC;
-    params.params = {0, -1};
-    EXPECT_TRUE(SafeSwsContext{params});
-}
-
 TEST(SafeSwsContext, RefusedSizesAreNamed)
 {
     const auto failure = [](int srcw, int srch, int dstw, int dsth) {

@@ -1,5 +1,6 @@
 // What the program's commands build on.
 #include "tools/support/Failure.h"
+#include "tools/support/FurtherFiles.h"
 #include "tools/support/OffsetInput.h"
 #include "tools/support/OpenedInput.h"
 #include "tools/support/OutputFiles.h"
@@ -71,6 +72,41 @@ TEST(Suggest, OnlySlipsAreGuessed)
     EXPECT_EQ(NearestName("vorbis", names), "");
     EXPECT_EQ(DidYouMean("wbm", names), "; did you mean 'webm'?");
     EXPECT_EQ(DidYouMean("", names), "");
+}
+
+TEST(FurtherFiles, OnlyRegularFilesOfTheFolderAndOfItsFileSystemAreOpened)
+{
+    const TemporaryFolder folder;
+    const std::string near = folder.Put("near", "x"), list = folder.Put("list", "");
+    const struct {
+        std::string first, path;
+        FurtherFilesPolicy policy;
+        const char* reason;  ///< empty: it is opened
+    } rows[] = {
+        {list,                near,            {},                     ""                              },
+        {list,                folder.At("."),  {},                     "Is a directory"                },
+        {list,                "/etc/none",     {},                     "outside the folder"            },
+        {list,                near,            {.maxOpenings = 0},     "more than 0 files"             },
+        {list,                "/proc/version", {.allowOutside = true}, ""                              },
+        {"/list",             "/etc/hostname", {},                     ""                              },
+        {"/list",             "/proc/version", {},                     "outside the folder"            }, // a mount point
+        {"-",                 near,            {},                     "the input that names it has no"},
+        {"/proc/self/fd/0",   "/proc/version", {},                     "the input that names it has no"},
+        {folder.At("none/x"), near,            {},                     "the input that names it has no"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.first + " names " + row.path);
+        std::string reason;
+        try {
+            const int descriptor = FurtherFiles(row.first, row.policy).Open(row.path);
+            EXPECT_EQ(close(descriptor), 0);
+        } catch (const Core::IOException& e) {
+            reason = *boost::get_error_info<TagDescription>(e);
+            EXPECT_TRUE(boost::get_error_info<TagFailureKind>(e));
+        }
+        EXPECT_EQ(reason.empty(), *row.reason == '\0') << reason;
+        EXPECT_THAT(reason, testing::HasSubstr(row.reason));
+    }
 }
 
 /// A file in memory, of which some bytes can't be read.
@@ -202,14 +238,15 @@ TEST(SpooledInput, KeepsNoMoreThanItsLimit)
     const std::string bytes(1000, 'x');
     ASSERT_EQ(write(ends[1], bytes.data(), bytes.size()), 1000);
     close(ends[1]);
-    SpooledInput input(ends[0], "pipe ", 999);
+    const TemporaryFolder folder;
+    Descriptor kept(open(folder.At("kept").c_str(), O_RDWR | O_CREAT, 0600));
+    SpooledInput input(Descriptor{ends[0]}, std::move(kept), "pipe ", 999);
     try {
         input.FillAll();
         ADD_FAILURE() << "kept all of it";
     } catch (const Core::IOException& e) {
         EXPECT_THAT(e.what(), testing::StartsWith("pipe is longer than 999 bytes, the most that is kept"));
     }
-    close(ends[0]);
 }
 
 TEST(OffsetInput, CountsFromItsStart)

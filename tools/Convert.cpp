@@ -91,6 +91,7 @@ std::optional<int64_t> ParseMaxGap(const std::string& text)
 
 ExitCode Convert(const ConvertOptions& options, const Program& program)
 {
+    ApplyInputOptions(options.inputOptions, ConversionMemory());
     try {
         return CarryOut(options, program.quiet) ? EXIT_ALL_WELL : EXIT_STOPPED;
     } catch (const UsageError& e) {
@@ -285,6 +286,7 @@ void AddConvert(CLI::App& app, Program& program)
     AddPicture(*command, *options);
     AddSound(*command, *options);
     AddWork(*command, *options);
+    AddInputOptions(*command, options->inputOptions, "three quarters of the machine's", "Work");
     for (CLI::Option* option : command->get_options())
         if (option->get_name() == "--map")
             option->allow_extra_args(false);

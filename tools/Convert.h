@@ -5,6 +5,7 @@
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "Proc/Wrappers/Tessadrin/SafeTypes.h"
 #include "host/CodecDescriptions.h"
+#include "tools/InputOptions.h"
 #include "tools/support/OpenedInput.h"
 
 #include <cstdint>
@@ -59,6 +60,7 @@ struct ConvertOptions {
     bool overwrite = false;
     bool keepPartial = false;
     bool progressJson = false;
+    InputOptions inputOptions;
 };
 
 /// Entries of an FFmpeg dictionary, owned.

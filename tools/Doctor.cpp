@@ -4,6 +4,7 @@
 #include "Proc/Wrappers/Tessadrin/Details/SelectionRows.h"
 #include "Proc/Wrappers/Tessadrin/FFmpeg.h"
 #include "tools/Command.h"
+#include "tools/isolation/Sandbox.h"
 #include "tools/support/Console.h"
 #include "tools/support/Json.h"
 #include "tools/support/Versions.h"
@@ -87,6 +88,28 @@ std::string List(const Names& names)
     return names.empty() ? "none" : fmt::format("{}", fmt::join(names, " "));
 }
 
+/// What is given up before a file is read, and what this kernel can't take away.
+void PrintSandbox()
+{
+    const SandboxAbilities abilities = GetSandboxAbilities();
+    fmt::print("Sandbox for reading files: Landlock {}, seccomp {}\n",
+               abilities.landlock > 0 ? fmt::format("ABI {}", abilities.landlock) : "missing",
+               abilities.seccomp ? "present" : "missing");
+    for (const std::string& clause : abilities.missing)
+        fmt::print("  not prevented by this kernel: {}\n", clause);
+    fmt::print("\n");
+}
+
+Json SandboxJson()
+{
+    const SandboxAbilities abilities = GetSandboxAbilities();
+    return {
+        {"landlock", abilities.landlock},
+        {"seccomp",  abilities.seccomp },
+        {"missing",  abilities.missing }
+    };
+}
+
 void PrintText(const Diagnosis& diagnosis)
 {
     fmt::print("tessadrin {}, FFmpeg {}\n", TESSADRIN_VERSION, av_version_info());
@@ -100,6 +123,7 @@ void PrintText(const Diagnosis& diagnosis)
     if (!diagnosis.failure)
         fmt::print("  demuxers  {}\n  muxers    {}\n", List(diagnosis.demuxers), List(diagnosis.muxers));
     fmt::print("\nHardware that this FFmpeg was built for: {}\n\n", List(diagnosis.hardware));
+    PrintSandbox();
     if (diagnosis.failure)
         fmt::print("The library can't be loaded: {}.\n", *diagnosis.failure);
     else
@@ -130,6 +154,7 @@ void PrintJson(const Diagnosis& diagnosis)
                            {"failure",   diagnosis.failure ? Json(*diagnosis.failure) : Json()},
                            {"lacking",   lacking                                              },
                            {"hardware",  diagnosis.hardware                                   },
+                           {"sandbox",   SandboxJson()                                        },
     }));
 }
 

@@ -161,6 +161,7 @@ private:
 
 ExitCode RunDump(const DumpOptions& options, const Program& program)
 {
+    ApplyInputOptions(options.input, inspectionMemory);
     const Interruption interruption(OutputFiles::DiscardAll, Interruption::Milliseconds(1000));
     try {
         return FileDump(options, program).Run();
@@ -204,6 +205,7 @@ void AddDump(CLI::App& app, Program& program)
         ->type_name("TYPE");
     command->add_flag("--overwrite", options->overwrite, "Replace files that exist");
     command->add_flag("--packets", options->packets, "Print every packet that is read, times in ticks");
+    AddInputOptions(*command, options->input, "1GiB");
     command->footer(
         "Files are named NAME_000_key=1.bmp and so on, key=1 for key frames; those of further streams\n"
         "NAME_streamN_000_key=0.bmp. Dots along the right and the bottom edge mark where the picture ends.\n"

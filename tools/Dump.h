@@ -2,6 +2,7 @@
 /// What `tessadrin dump` makes of one stream.
 #pragma once
 
+#include "tools/InputOptions.h"
 #include "tools/support/HardwareRoundTrip.h"
 #include "tools/support/OutputFiles.h"
 #include "tools/support/StreamDecoder.h"
@@ -22,6 +23,7 @@ struct DumpOptions {
     int64_t at = 0;  ///< microseconds from the file's start
     bool packets = false;
     bool overwrite = false;
+    InputOptions input;
     std::string hardware;  ///< the type of device that pictures go through; empty: none
 };
 

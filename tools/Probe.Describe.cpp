@@ -226,7 +226,7 @@ std::string FileReport::StreamsText() const
 void DescribeFile(const OpenedInput& input, FileReport& report)
 {
     report.demuxer = input->iformat->name;
-    report.container = Proc::GetContainerFormat(input.Get());
+    report.container = input.GetContainer();
     report.singleImage = Proc::IsSingleImageContainer(report.container, input.Get());
     if (!report.singleImage) {  // FFmpeg lets them last for one of its 25 frames per second
         report.duration = Known(input->duration);

@@ -63,7 +63,10 @@ std::string DolbyVisionText(const DolbyVision& vision)
 
 std::string StereoText(const Stereo3D& stereo)
 {
-    return fmt::format("stereo 3D {}{}", stereo.layout, stereo.inverted ? ", inverted" : "");
+    // The two pictures of spatial video aren't packed into one: the view says more than the layout.
+    const std::string_view kind =
+        stereo.layout == std::string_view("unspecified") ? stereo.view : stereo.layout;
+    return fmt::format("stereo 3D {}{}", kind, stereo.inverted ? ", inverted" : "");
 }
 
 std::string SphericalText(const Spherical& spherical)

@@ -1,7 +1,11 @@
 #include "tools/Probe.h"
+#include "tools/isolation/RecordText.h"
 #include "tools/support/Console.h"
 
 #include <fmt/format.h>
+
+#include <string_view>
+#include <unordered_set>
 
 namespace Quorva::Tool {
 
@@ -12,11 +16,13 @@ Json TextOrNull(const std::string& text) { return text.empty() ? Json() : Json(t
 
 Json MetadataJson(const Texts& metadata)
 {
-    Json json = Json::object();
+    // By hand, as the document's own look-up compares with every key there is.
+    Json::object_t members;
+    std::unordered_set<std::string_view> known;
     for (const auto& [key, value] : metadata)
-        if (!json.contains(key))  // the first of several, as a look-up would find
-            json[key] = value;
-    return json;
+        if (known.insert(key).second)  // the first of several, as a look-up would find
+            members.emplace_back(key, value);
+    return members;
 }
 
 Json CountJson(const PacketCount& count)
@@ -251,87 +257,152 @@ void AddContents(const FileReport& report, Json& json)
     json["warnings"] = report.warnings;
 }
 
-/// One document for the whole run, written as it comes: a line for each file, and for each packet.
+Json PacketJson(const PacketReport& packet)
+{
+    return {
+        {"stream",   packet.stream          },
+        {"pts",      OrNull(packet.pts)     },
+        {"dts",      OrNull(packet.dts)     },
+        {"duration", OrNull(packet.duration)},
+        {"size",     packet.size            },
+        {"position", OrNull(packet.position)},
+        {"key",      packet.key             },
+        {"corrupt",  packet.corrupt         },
+        {"discard",  packet.discard         }
+    };
+}
+
+Json FileJson(const FileReport& report, bool details)
+{
+    Json json = Json::object();
+    if (report.detected) {
+        json["size"] = report.size;
+        json["format"] = {
+            {"detected",       report.result.format        },
+            {"score",          report.result.score         },
+            {"implementation", report.result.implementation}
+        };
+    }
+    if (report.opened) {
+        json["format"]["container"] = report.container;
+        json["format"]["demuxer"] = report.demuxer;
+        json["format"]["single_image"] = report.singleImage;
+        AddContents(report, json);
+    }
+    if (report.failure)
+        json["error"] = FailureJson(*report.failure, details);
+    return json;
+}
+
+/// One document for the whole run, or for each file, written as it comes: a line for each file and, in one
+/// document, for each packet. What a worker sends is checked: it can't break the document.
 class JsonOutput final : public ProbeOutput {
 public:
-    explicit JsonOutput(bool details) : details(details) {}
+    JsonOutput(bool lines, bool details) : lines(lines), details(details) {}
+
+    void BeginPackets(const FileReport&) override { SendText(BEGIN_PACKETS, {}); }
+    void Packet(const PacketReport& packet) override
+    {
+        batch.append(batch.empty() ? "" : Separator()).append(JsonText(PacketJson(packet)));
+        if (batch.size() >= BATCH)
+            SendBatch();
+    }
+    void File(const FileReport& report) override
+    {
+        SendBatch();
+        SendText(MEMBERS, JsonText(FileJson(report, details)));
+    }
 
     void Begin() override
     {
-        fmt::print("{{\"schema\":\"tessadrin/probe/1\",\n\"tool\":{},\n\"files\":[", JsonText(ToolJson()));
+        if (!lines)
+            fmt::print("{{\"schema\":\"tessadrin/probe/1\",\n\"tool\":{},\n\"files\":[",
+                       JsonText(ToolJson()));
     }
-
-    void BeginPackets(const FileReport& report) override
+    void Record(const std::string& path, std::string_view record) override
     {
-        BeginFile(report);
-        fmt::print(",\"packets\":[");
-        separator = "\n";
-        inPackets = true;
+        const auto text = received.Take(record);
+        if (!text || isComplete)
+            return;
+        if (text->mark == BEGIN_PACKETS)
+            BeginFile(path);
+        else if (text->mark == PACKETS && inPackets && Json::accept("[" + text->text + "]"))
+            fmt::print("{}{}", std::exchange(packetSeparator, Separator()), text->text);
+        else if (text->mark == MEMBERS && text->text.starts_with('{') && Json::accept(text->text))
+            EndObject(path, text->text);
     }
-
-    void Packet(const PacketReport& packet) override
+    void EndFile(const std::string& path, const Failure* failure) override
     {
-        fmt::print("{}{}", std::exchange(separator, ",\n"),
-                   JsonText({
-                       {"stream",   packet.stream          },
-                       {"pts",      OrNull(packet.pts)     },
-                       {"dts",      OrNull(packet.dts)     },
-                       {"duration", OrNull(packet.duration)},
-                       {"size",     packet.size            },
-                       {"position", OrNull(packet.position)},
-                       {"key",      packet.key             },
-                       {"corrupt",  packet.corrupt         },
-                       {"discard",  packet.discard         }
-        }));
+        received.Clear();
+        Failure unknown;
+        unknown.message = "the worker process sent no result";
+        if (!isComplete && !(failure && failure->kind == FailureKind::Stopped && !inPackets))
+            EndObject(path, JsonText({
+                                {"error", FailureJson(failure ? *failure : unknown, details)}
+            }));
+        isComplete = false;
     }
-
-    void File(const FileReport& report) override
-    {
-        if (std::exchange(inPackets, false))
-            fmt::print("]");
-        else
-            BeginFile(report);
-        Json json = Json::object();
-        if (report.detected) {
-            json["size"] = report.size;
-            json["format"] = {
-                {"detected",       report.result.format        },
-                {"score",          report.result.score         },
-                {"implementation", report.result.implementation}
-            };
-        }
-        if (report.opened) {
-            json["format"]["container"] = report.container;
-            json["format"]["demuxer"] = report.demuxer;
-            json["format"]["single_image"] = report.singleImage;
-            AddContents(report, json);
-        }
-        if (report.failure)
-            json["error"] = FailureJson(*report.failure, details);
-        fmt::print(",{}", JsonText(json).substr(1));  // continues the object that BeginFile() began
-    }
-
     void End() override
     {
+        if (lines)
+            return;
         MakeWayForOutput();
         fmt::print("\n]}}\n");
     }
 
 private:
-    void BeginFile(const FileReport& report)
+    static constexpr char BEGIN_PACKETS = 'B', PACKETS = 'P', MEMBERS = 'M';
+    static constexpr size_t BATCH = 16384;  ///< bytes of packets that are sent together
+
+    const char* Separator() const { return lines ? "," : ",\n"; }
+    void SendBatch()
     {
-        MakeWayForOutput();
-        fmt::print("{}{{\"path\":{}", std::exchange(fileSeparator, ",\n"), JsonText(report.path));
+        if (!batch.empty())
+            SendText(PACKETS, batch);
+        batch.clear();
     }
 
+    void BeginFile(const std::string& path)
+    {
+        MakeWayForOutput();
+        fmt::print("{}{{\"path\":{},\"packets\":[", lines ? "" : std::exchange(fileSeparator, ",\n"),
+                   JsonText(path));
+        packetSeparator = lines ? "" : "\n";
+        inPackets = true;
+    }
+    /// @param members  an object, whose members end that of the file
+    void EndObject(const std::string& path, const std::string& members)
+    {
+        MakeWayForOutput();
+        std::string text;
+        if (std::exchange(inPackets, false))
+            text = "]";
+        else
+            text = fmt::format("{}{{\"path\":{}", lines ? "" : std::exchange(fileSeparator, ",\n"),
+                               JsonText(path));
+        text.append(members == "{}" ? "" : ",").append(members, 1).append(lines ? "\n" : "");
+        std::fwrite(text.data(), 1, text.size(), stdout);  // a failure is noticed at the program's end
+        if (lines)
+            std::fflush(stdout);
+        isComplete = true;
+    }
+
+    const bool lines;
     const bool details;
-    bool inPackets = false;
-    const char* separator = "";
+    std::string batch;  ///< packets to be sent
+
+    ReceivedTexts received;
+    bool inPackets = false;   ///< of the file that is shown
+    bool isComplete = false;  ///< the file that is shown
+    const char* packetSeparator = "";
     const char* fileSeparator = "\n";
 };
 
 }  // namespace
 
-std::unique_ptr<ProbeOutput> MakeJsonOutput(bool details) { return std::make_unique<JsonOutput>(details); }
+std::unique_ptr<ProbeOutput> MakeJsonOutput(bool lines, bool details)
+{
+    return std::make_unique<JsonOutput>(lines, details);
+}
 
 }  // namespace Quorva::Tool

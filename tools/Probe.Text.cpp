@@ -1,4 +1,5 @@
 #include "tools/Probe.h"
+#include "tools/isolation/RecordText.h"
 #include "tools/support/Console.h"
 #include "tools/support/Text.h"
 
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sstream>
 
 namespace Quorva::Tool {
 
@@ -280,9 +282,35 @@ public:
     void File(const FileReport& report) override
     {
         const auto number = [](uint64_t value) { return std::to_string(value); };
-        table.Add({report.path, report.result.format, report.detected ? number(report.result.score) : "",
-                   report.container, report.StreamsText(), report.count ? number(report.count->packets) : "",
-                   report.count ? number(report.count->bytes) : "", NoteOf(report)});
+        const std::string cells[] = {report.result.format,
+                                     report.detected ? number(report.result.score) : "",
+                                     report.container,
+                                     report.StreamsText(),
+                                     report.count ? number(report.count->packets) : "",
+                                     report.count ? number(report.count->bytes) : "",
+                                     NoteOf(report)};
+        SendText('R', fmt::format("{}", fmt::join(cells, std::string_view("\0", 1))));
+    }
+
+    void Record(const std::string& path, std::string_view record) override
+    {
+        const auto text = received.Take(record);
+        if (!text)
+            return;
+        row = {path};
+        std::istringstream cells(text->text);
+        for (std::string cell; row.size() < COLUMNS && std::getline(cells, cell, '\0');)
+            row.push_back(cell);
+    }
+    void EndFile(const std::string& path, const Failure* failure) override
+    {
+        if (row.empty())
+            row = {path};
+        row.resize(COLUMNS);
+        if (failure)
+            row.back() = failure->message;
+        table.Add(std::exchange(row, {}));
+        received.Clear();
     }
     void End() override
     {
@@ -299,6 +327,10 @@ private:
         return report.warnings.empty() ? Highlights(report) : report.warnings.front();
     }
 
+    static constexpr size_t COLUMNS = 8;
+
+    ReceivedTexts received;
+    std::vector<std::string> row;  ///< of the file that is shown
     using enum TextTable::Align;
     TextTable table{
         {{"FILE", Left},

@@ -4,13 +4,18 @@
 
 #include "host/MediaDescription.h"
 #include "host/ProcessingSupport.h"
+#include "tools/Command.h"
+#include "tools/InputOptions.h"
+#include "tools/isolation/IsolatedWork.h"
 #include "tools/support/Failure.h"
+#include "tools/support/FileList.h"
 #include "tools/support/OpenedInput.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -232,18 +237,28 @@ std::vector<std::string> DetailLines(const StreamReport& stream);
 /// What makes a file special in a few words, as "interlaced, Dolby Vision 8.1, 2 programs"; may be empty.
 std::string Highlights(const FileReport& report);
 
-/// A way to show files, on standard output. The calls come in the order of declaration, those for a file once
-/// for each.
+/// A way to show files, on standard output. One half of it runs where a file is read, which may be a worker
+/// process: what that half keeps in the object is lost for the other one, to which it sends records. The
+/// calls of each half come in the order of declaration, those for a file once for each.
 class ProbeOutput {
 public:
     virtual ~ProbeOutput() = default;
-    virtual void Begin() {}
+
+    // where the file is read
     /// Before the packets of a file that could be opened.
     virtual void BeginPackets(const FileReport&) {}
     virtual void Packet(const PacketReport&) {}
     virtual void File(const FileReport&) = 0;
+
+    // where the output is put together
+    virtual void Begin() {}
+    /// A record from the other half, about the file at `path`.
+    virtual void Record(const std::string& path, std::string_view record);
+    /// The file has ended, for a reason that the other half doesn't know of where there is one.
+    virtual void EndFile(const std::string& path, const Failure* failure);
     virtual void End() {}
-    /// Whether File() shows a failure, so that standard error need not.
+
+    /// Whether failures are shown there, so that standard error need not.
     virtual bool ShowsFailures() const { return false; }
 };
 
@@ -251,7 +266,22 @@ public:
 std::unique_ptr<ProbeOutput> MakeTextOutput(bool packets);
 /// One row for each file, when all are done.
 std::unique_ptr<ProbeOutput> MakeTableOutput();
+/// @param lines    a line for each file, instead of one document
 /// @param details  failures with their place and call stack
-std::unique_ptr<ProbeOutput> MakeJsonOutput(bool details);
+std::unique_ptr<ProbeOutput> MakeJsonOutput(bool lines, bool details);
+
+struct ProbeOptions {
+    FileListOptions files;
+    bool packets = false;
+    bool count = false;
+    bool json = false;
+    bool jsonLines = false;
+    bool table = false;
+    InputOptions input;
+    IsolationOptions isolation;
+};
+
+/// Carries the command out.
+ExitCode RunProbe(const ProbeOptions& options, const Program& program);
 
 }  // namespace Quorva::Tool

@@ -10,7 +10,7 @@ export LC_ALL=C
 list() {
     echo "# The library's exported names; see check.sh."
     "$1" -D --defined-only -C "$2" |
-        sed -e 's/^[0-9a-f]* [A-Za-z] //' -e '/^\(VTT\|vtable\|typeinfo name\) for /d' -e 's/\[abi:cxx11\]//' \
+        sed -e 's/^[0-9a-f]* [A-Za-z] //' -e '/^\(VTT\|vtable\|typeinfo name\) for /d' -e '/thunk to /d' -e 's/\[abi:cxx11\]//' \
             -e 's/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' |
         sort -u
 }

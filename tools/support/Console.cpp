@@ -16,6 +16,7 @@ namespace Quorva::Tool {
 namespace {
 
 constinit std::mutex mutex;
+constinit LineHandler lineHandler = nullptr;
 constinit bool shown = false;  ///< a status line is on the screen; guarded by `mutex`
 
 // Standard error is the last resort for every complaint: where it can't be written to, nothing is left to do.
@@ -42,10 +43,19 @@ void WriteBelow(const std::string& line)
 
 }  // namespace
 
-void WriteLine(std::string_view text) { WriteBelow(Printable(text)); }
+void SetLineHandler(LineHandler handler) noexcept { lineHandler = handler; }
+
+void WriteLine(std::string_view text)
+{
+    if (lineHandler)
+        return lineHandler(text, false);
+    WriteBelow(Printable(text));
+}
 
 void WriteComplaint(std::string_view text)
 {
+    if (lineHandler)
+        return lineHandler(text, true);
     WriteBelow(HasColours() ? "\x1b[31m" + Printable(text) + "\x1b[0m" : Printable(text));
 }
 

@@ -14,6 +14,11 @@ void WriteLine(std::string_view text);
 /// not set.
 void WriteComplaint(std::string_view text);
 
+/// Takes the lines of WriteLine() and WriteComplaint(), as they were given. Set once, in processes whose
+/// parent has the terminal; called by any thread.
+using LineHandler = void (*)(std::string_view text, bool complaint);
+void SetLineHandler(LineHandler handler) noexcept;
+
 /// Shows `text`, made by Printable(), in place of the status line; an empty one takes it away.
 void ShowStatus(std::string_view text);
 

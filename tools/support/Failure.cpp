@@ -9,6 +9,7 @@
 #include <boost/core/demangle.hpp>
 #include <boost/exception/get_error_info.hpp>
 
+#include <iterator>
 #include <new>
 #include <sstream>
 #include <system_error>
@@ -17,6 +18,8 @@
 namespace Quorva::Tool {
 
 namespace {
+
+constinit uint64_t memoryBudget = 0;  ///< bytes; 0: none
 
 /// The class that was thrown, without the wrapper that boost::throw_exception puts around it.
 std::string ClassName(const std::exception& e)
@@ -111,6 +114,12 @@ std::string_view FailureKindName(FailureKind kind)
             return "invalid-data";
         case FailureKind::NoMemory:
             return "no-memory";
+        case FailureKind::Crashed:
+            return "crashed";
+        case FailureKind::Memory:
+            return "memory";
+        case FailureKind::Timeout:
+            return "timeout";
         case FailureKind::Stopped:
             return "stopped";
         case FailureKind::Internal:
@@ -142,7 +151,21 @@ Failure CurrentFailure(const std::string& path)
         failure.description = "an exception of no known class";
     }
     failure.message = WithoutPath(failure.description, path);
+    if (failure.kind == FailureKind::NoMemory && memoryBudget > 0)
+        failure.message = OverBudgetText(memoryBudget) + ": " + failure.message;
     return failure;
+}
+
+void SetMemoryBudget(uint64_t bytes) { memoryBudget = bytes; }
+
+std::string OverBudgetText(uint64_t bytes)
+{
+    static constexpr const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+    auto number = static_cast<double>(bytes);
+    size_t unit = 0;
+    for (; number >= 1024 && unit + 1 < std::size(units); ++unit)
+        number /= 1024;
+    return fmt::format("needs more than the {:.4g} {} that --max-memory allows", number, units[unit]);
 }
 
 std::string FFmpegReason(int result)

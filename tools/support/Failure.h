@@ -6,6 +6,7 @@
 
 #include <boost/exception/info.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,9 @@ enum class FailureKind {
     NoMemory,
     Stopped,   ///< by a signal
     Internal,  ///< anything else
+    Crashed,   ///< the worker that read the file died
+    Memory,    ///< the worker died because it was out of memory
+    Timeout,   ///< the worker got no further
 };
 
 /// "not-found" and so on: the values of the JSON member "kind".
@@ -48,6 +52,12 @@ struct Failure {
 
 /// The exception that is being handled, as a failure of the file at `path`. To be called in a catch block.
 Failure CurrentFailure(const std::string& path);
+
+/// From now on, failures of kind NoMemory say that --max-memory allows so many bytes; 0: they do not.
+void SetMemoryBudget(uint64_t bytes);
+
+/// "needs more than the 1 GiB that --max-memory allows"
+std::string OverBudgetText(uint64_t bytes);
 
 /// Why an FFmpeg call gave this negative result: what FFmpeg logged within an FFmpegErrors object where the
 /// result has many possible causes, or else the result's own text.

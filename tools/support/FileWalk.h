@@ -13,6 +13,13 @@ struct WalkedFile {
     std::string folderError;  ///< the system's reason; empty for a file
 };
 
+/// What a look for the next file has found.
+enum class NextFile {
+    File,
+    Nothing,  ///< not yet: whoever writes the list has not come to it
+    End,
+};
+
 struct FileWalk {
     std::vector<WalkedFile> files;
     std::vector<std::string> emptyFolders;  ///< arguments below which there is no file

@@ -22,6 +22,7 @@ constexpr Interruption::Milliseconds urgentPatience(300);
 constexpr int desperate = 10;  // signals
 
 constinit std::atomic<int> wishes = 0;
+constinit bool keepWishes = false;
 constinit std::atomic<bool> ended = false;    ///< the object's life
 constinit std::atomic<int64_t> wantedAt = 0;  // ns, these two: when the first signal came
 constinit std::atomic<int64_t> wantedAtProcessorTime = 0;
@@ -37,6 +38,13 @@ int64_t Now(clockid_t clock)
     timespec time{};
     clock_gettime(clock, &time);  // known clocks: can't fail
     return time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec;
+}
+
+void Reset()
+{
+    wishes = 0;
+    cancellation.Reset();
+    urgentCancellation.Reset();
 }
 
 /// Calls of the system and atomic variables only.
@@ -99,12 +107,24 @@ void Watch(void (*discard)(), std::optional<Interruption::Milliseconds> patience
 
 Interruption::Interruption(void (*discard)(), std::optional<Milliseconds> patience)
 {
-    wishes = 0;
-    ended = false;
-    cancellation.Reset();
-    urgentCancellation.Reset();
+    if (!keepWishes)
+        Reset();
     sem_init(&changed, 0, 0);  // can't fail for one process and the value 0
+    ended = false;
+    TakeSignals();
     watching = std::jthread(Watch, discard, patience);
+}
+
+Interruption::Interruption(Unwatched)
+{
+    if (!keepWishes)
+        Reset();
+    ended = false;
+    TakeSignals();
+}
+
+void Interruption::TakeSignals()
+{
     struct sigaction action{};
     action.sa_handler = Handle;
     action.sa_flags = SA_RESTART;
@@ -136,5 +156,15 @@ bool Interruption::IsOverdue() noexcept
 bool Interruption::IsUrgent() noexcept { return wishes > 1; }
 const Proc::Cancellation& Interruption::GetCancellation() noexcept { return cancellation; }
 const Proc::Cancellation& Interruption::GetUrgentCancellation() noexcept { return urgentCancellation; }
+
+void Interruption::AcceptPrivateStop() noexcept
+{
+    Reset();
+    keepWishes = true;
+    struct sigaction action{};
+    action.sa_handler = Handle;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGUSR1, &action, nullptr);
+}
 
 }  // namespace Quorva::Tool

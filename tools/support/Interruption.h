@@ -24,6 +24,9 @@ public:
     ///                  runs in it afterwards. Null: there are none
     /// @param patience  how long after the first signal the process is ended; nothing: only after the second
     explicit Interruption(void (*discard)() = nullptr, std::optional<Milliseconds> patience = std::nullopt);
+    /// Without the thread, for processes that fork: somebody looks at IsWanted() often enough.
+    struct Unwatched {};
+    explicit Interruption(Unwatched);
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
     ~Interruption();
@@ -35,12 +38,18 @@ public:
     static bool IsOverdue() noexcept;
     /// Whether all is to be dropped: there was a second signal.
     static bool IsUrgent() noexcept;
+
+    /// Makes SIGUSR1 such a wish too, from now on, and keeps those that come before an object lives: for
+    /// processes that get them from their parent.
+    static void AcceptPrivateStop() noexcept;
     /// Requests a stop from the first signal on; for inputs.
     static const Proc::Cancellation& GetCancellation() noexcept;
     /// Requests a stop from the second signal on; for outputs.
     static const Proc::Cancellation& GetUrgentCancellation() noexcept;
 
 private:
+    void TakeSignals();
+
     std::jthread watching;
 };
 

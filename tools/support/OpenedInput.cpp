@@ -4,17 +4,21 @@
 #include "Proc/Wrappers/Tessadrin/Tessadrin.CustomIO.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Dictionaries.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/isolation/ReportProgress.h"
+#include "tools/isolation/Worker.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/OffsetInput.h"
 #include "tools/support/SpooledInput.h"
 
 #include <fmt/format.h>
+#include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -24,6 +28,12 @@ namespace {
 
 /// The one demuxer that opens files by name and still reads from a given stream, when told the right name.
 constexpr std::string_view NAMED_IMAGES = "image2";
+
+/// The one that reads playlists.
+constexpr std::string_view PLAYLISTS = "hls";
+
+/// Demuxers that open further files on their own, past io_open: none of these would be opened.
+constexpr std::string_view selfOpeningDemuxers[] = {"concat", "sdp", "vobsub"};
 
 /// Demuxers that go by positions from the start of the file: a tag ahead of it displaces everything. All
 /// others read on behind an ID3v2 tag, and have its texts and its cover.
@@ -88,14 +98,31 @@ private:
                          << TagFailureKind(FailureKind::Unreadable));
 }
 
-boost::intrusive_ptr<Core::IDataInput> OpenStream(const std::string& path)
+/// @param count  files that were not opened
+[[noreturn]] void ThrowNotOpened(const Failure& first, size_t count)
+{
+    // The file that is the subject of the message was found.
+    const FailureKind kind = first.kind == FailureKind::NotFound ? FailureKind::Unreadable : first.kind;
+    const std::string others = count == 1 ? "" : fmt::format(" (and {} more)", count - 1);
+    Proc::Details::Raise(Core::IOException()
+                         << TagDescription(first.description + others) << TagFailureKind(kind));
+}
+
+[[noreturn]] void ThrowSelfOpening(const std::string& format)
+{
+    Proc::Details::Raise(Proc::ProcException()
+                         << TagDescription(fmt::format("recognised as {}, which is not read here: FFmpeg "
+                                                       "would open the files that it names unchecked",
+                                                       format))
+                         << TagFailureKind(FailureKind::Unsupported));
+}
+
+boost::intrusive_ptr<Core::IDataInput> OpenPlain(Descriptor descriptor, const std::string& path)
 {
     try {
-        return Core::DataInputFile::Create(ioPath(path));
+        return Core::DataInputFile::Create(descriptor.Release(), path == "-" ? "/dev/stdin" : path);
     } catch (Core::IOException& e) {
-        std::error_code error;
-        const bool found = std::filesystem::exists(path, error) || error;
-        e << TagFailureKind(found ? FailureKind::Unreadable : FailureKind::NotFound);
+        e << TagFailureKind(FailureKind::Unreadable);
         throw;
     }
 }
@@ -136,13 +163,23 @@ std::string_view LocalPath(std::string_view url)
     return url.substr(0, url.find('/')).find(':') == std::string_view::npos ? url : std::string_view();
 }
 
+[[noreturn]] void ThrowNetwork(std::string_view url)
+{
+    Proc::Details::Raise(Core::IOException()
+                         << TagDescription(fmt::format(
+                                "'{}' was not opened: only files are, never network addresses", url))
+                         << TagFailureKind(FailureKind::Unsupported));
+}
+
 }  // namespace
 
 DetectedInput DetectInput(const std::string& path)
 {
-    SpooledInput* const spooled = SpooledInput::Find(path);
-    const std::string plainPath = path == "-" ? "/dev/stdin" : path;
-    DetectedInput input{path, OpenStream(spooled ? spooled->GetPath() : plainPath), 0, {}, 0};
+    Descriptor descriptor = RequestInput(path);
+    std::optional<SpooledInput> spooled;
+    if (SpooledInput::IsNeeded(descriptor.Get()))
+        spooled.emplace(std::move(descriptor), RequestSpool(path), path == "-" ? "standard input " : "");
+    DetectedInput input{path, spooled ? spooled->Open() : OpenPlain(std::move(descriptor), path), 0, {}, 0};
     if (spooled)
         spooled->Fill(longestLook);
     Detect(input);
@@ -169,22 +206,44 @@ std::unique_ptr<Proc::GuardedIO> OpenedInput::MakeSource(boost::intrusive_ptr<Co
                                              Proc::GuardedIO::SIZE, failure, Interruption::GetCancellation());
 }
 
+/// Of a playlist, what FFmpeg is to see of it; any other stream as it is.
+boost::intrusive_ptr<Core::IDataInput> OpenedInput::ForDemuxer(boost::intrusive_ptr<Core::IDataInput> stream,
+                                                               bool nested)
+{
+    if (!readsPlaylists || !Playlists::IsPlaylist(*stream))
+        return stream;
+    return playlists.Read(*stream, nested);
+}
+
+/// Keeps why a file was not opened, where it is the input that names it: other demuxers than that of
+/// playlists try names that they make up.
+void OpenedInput::KeepRefusal(const std::string& url, const Failure& refusal)
+{
+    if (!readsPlaylists || notOpened.size() >= 1000 || !notOpened.insert(url).second)
+        return;
+    if (notOpened.size() == 1)
+        firstRefusal = refusal;
+}
+
 int OpenedInput::OpenFurther(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
                              AVDictionary**)
 {
-    const std::string path(LocalPath(url));
-    if (path.empty())
-        return AVERROR_PROTOCOL_NOT_FOUND;
+    OpenedInput& self = *static_cast<OpenedInput*>(context->opaque);
     if (flags & AVIO_FLAG_WRITE)
         return AVERROR(EACCES);
     try {
-        *io = static_cast<OpenedInput*>(context->opaque)->MakeSource(OpenStream(path)).release()->Get();
+        const std::string path(LocalPath(url));
+        if (path.empty())
+            ThrowNetwork(url);
+        auto stream = Core::DataInputFile::Create(RequestFurther(self.further, path).Release(), path);
+        *io = self.MakeSource(self.ForDemuxer(std::move(stream), true)).release()->Get();
         return 0;
     } catch (const std::bad_alloc&) {
         return AVERROR(ENOMEM);
     } catch (const Core::MemoryException&) {
         return AVERROR(ENOMEM);
-    } catch (...) {  // a piece that is missing is not a fault of the file that names it
+    } catch (...) {
+        self.KeepRefusal(url, CurrentFailure({}));
         return AVERROR(ENOENT);
     }
 }
@@ -196,7 +255,7 @@ int OpenedInput::CloseFurther(AVFormatContext*, AVIOContext* io)
     return 0;
 }
 
-OpenedInput::OpenedInput(const DetectedInput& input)
+OpenedInput::OpenedInput(const DetectedInput& input) : further(input.path), stream(input.stream)
 {
     const auto& supported = Proc::GetFFMPEGSupportedInputFormats();
     const auto found = supported.find(input.result.format);
@@ -205,6 +264,8 @@ OpenedInput::OpenedInput(const DetectedInput& input)
     const AVInputFormat& demuxer = *found->second;
     if (demuxer.flags & AVFMT_NOFILE && demuxer.name != NAMED_IMAGES)
         ThrowUnsupported(input.result.format);
+    if (std::ranges::find(selfOpeningDemuxers, demuxer.name) != std::end(selfOpeningDemuxers))
+        ThrowSelfOpening(input.result.format);
 
     const bool displaced = input.mediaStart > 0 && (std::ranges::find(positionalDemuxers, demuxer.name) !=
                                                         std::end(positionalDemuxers) ||
@@ -225,7 +286,9 @@ OpenedInput::OpenedInput(const DetectedInput& input)
 /// @param start  position at which the file begins for the demuxer
 int OpenedInput::Open(const DetectedInput& input, const AVInputFormat& demuxer, uint64_t start)
 {
-    file = MakeSource(start > 0 ? MakeRefCounted<OffsetInput>(input.stream, start) : input.stream);
+    readsPlaylists = demuxer.name == PLAYLISTS;
+    const auto stream = start > 0 ? MakeRefCounted<OffsetInput>(input.stream, start) : input.stream;
+    file = MakeSource(ForDemuxer(stream, false));
     AVFormatContext* fresh = avformat_alloc_context();
     if (!fresh)
         ThrowNoMemory("the format context", sizeof(AVFormatContext));
@@ -247,17 +310,26 @@ int OpenedInput::Open(const DetectedInput& input, const AVInputFormat& demuxer, 
 
 OpenedInput::~OpenedInput() = default;
 
+std::string OpenedInput::GetContainer() const
+{
+    constexpr uint64_t firstBytes = 128;  // FFmpeg's name for the file may be none that can be opened here
+    return Proc::GetContainerFormat(context.get(), *Proc::MovieProbe::Create(stream, firstBytes));
+}
+
 void OpenedInput::CheckStreams() const
 {
     failure.Check();
     if (losses.bytes > 0)
         ThrowLosses(losses);
+    if (!notOpened.empty())
+        ThrowNotOpened(firstRefusal, notOpened.size());
 }
 
 bool OpenedInput::ReadPacket(AVPacket* packet)
 {
     const int result = Proc::av_read_frame_fixed(context.get(), packet);
     if (result >= 0) {
+        ReportProgress();
         // Every packet stands for at least one byte of the input; the allowance is for tiny ones.
         if (++packets > bytes + 1024)
             ThrowEndless(packets);

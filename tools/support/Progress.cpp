@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 namespace Quorva::Tool {
@@ -24,7 +25,8 @@ size_t ScreenWidth()
 
 }  // namespace
 
-Progress::Progress(size_t steps, bool wanted) : visible(wanted && steps > 1 && CanShowStatus()), steps(steps)
+Progress::Progress(std::optional<size_t> files, bool wanted)
+    : visible(wanted && files.value_or(2) > 1 && CanShowStatus()), files(files)
 {
 }
 
@@ -36,15 +38,53 @@ Progress::~Progress()
 
 void Progress::Begin(std::string_view name)
 {
-    const size_t done = begun++;
     const auto now = std::chrono::steady_clock::now();
     if (!visible || now < due)
         return;
     due = now + std::chrono::milliseconds(100);
-    const size_t filled = done * BAR / steps;
     const std::string line =
-        fmt::format("[{:#<{}}{:.<{}}] {}/{} {}", "", filled, "", BAR - filled, done, steps, Printable(name));
+        fmt::format("{}{}{} {}", CountText(), RateText(now), FailuresText(), Printable(name));
     ShowStatus(Shortened(line, ScreenWidth() - 1));
+}
+
+void Progress::End(std::optional<FailureKind> failure)
+{
+    ++done;
+    if (failure)
+        ++failures[FailureKindName(*failure)];
+}
+
+std::string Progress::CountText() const
+{
+    if (!files || *files == 0)
+        return std::to_string(done);
+    const size_t filled = std::min(done, *files) * BAR / *files;
+    return fmt::format("[{:#<{}}{:.<{}}] {}/{}", "", filled, "", BAR - filled, done, *files);
+}
+
+/// " 12.3/s, 0:40 left"; empty in the first second, which says little.
+std::string Progress::RateText(std::chrono::steady_clock::time_point now) const
+{
+    const double seconds = std::chrono::duration<double>(now - start).count();
+    if (seconds < 1 || done == 0)
+        return {};
+    const double rate = static_cast<double>(done) / seconds;
+    std::string text = fmt::format(" {:.3g}/s", rate);
+    if (files && *files > done) {
+        const auto left = static_cast<unsigned long>(static_cast<double>(*files - done) / rate);
+        text += left < 3600 ? fmt::format(", {}:{:02} left", left / 60, left % 60)
+                            : fmt::format(", {}:{:02}:{:02} left", left / 3600, left / 60 % 60, left % 60);
+    }
+    return text;
+}
+
+/// ", failed: 2 crashed, 1 timeout"
+std::string Progress::FailuresText() const
+{
+    std::string text;
+    for (const auto& [kind, count] : failures)
+        text += fmt::format("{} {} {}", text.empty() ? ", failed:" : ",", count, kind);
+    return text;
 }
 
 }  // namespace Quorva::Tool

@@ -1,7 +1,8 @@
 #include "tools/support/SpooledInput.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
-#include "host/FoundationIO.h"
+#include "tools/isolation/PipeStore.h"
+#include "tools/isolation/ReportProgress.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 
@@ -13,98 +14,95 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <map>
 #include <utility>
 
 namespace Quorva::Tool {
 
 namespace {
 
-[[noreturn]] void ThrowUnusable(const std::string& description)
-{
-    Proc::Details::Raise(Core::IOException()
-                         << TagDescription(description) << TagFailureKind(FailureKind::Unreadable));
-}
-
-std::string TemporaryFolder()
-{
-    std::error_code error;
-    const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
-    return error ? "/tmp" : folder.native();
-}
-
-/// @return  a descriptor, or -1 with errno set
-int OpenNamelessFile()
-{
-    std::string name = TemporaryFolder() + "/tessadrin-XXXXXX";
-    const int file = ::mkostemp(name.data(), O_CLOEXEC);
-    if (file >= 0)
-        ::unlink(name.c_str());  // should that fail, an empty name is left behind and nothing else
-    return file;
-}
+constexpr int INTERVAL = 200;  ///< ms; a signal may come just before poll() and not end it
 
 /// Waits until there is something to read, or the end.
 /// @return  0, the system's reason, or ECANCELED
 int WaitForInput(int descriptor)
 {
-    constexpr int interval = 200;  // ms; a signal may come just before poll() and not end it
     while (!Interruption::IsWanted()) {
         pollfd waiting{descriptor, POLLIN, 0};
-        const int ready = ::poll(&waiting, 1, interval);
+        const int ready = ::poll(&waiting, 1, INTERVAL);
         if (ready > 0)
             return 0;
         if (ready < 0 && errno != EINTR)
             return errno;
+        ReportProgress();  // a slow writer is no fault of the reader
     }
     return ECANCELED;
 }
 
+/// Processes that share a file have the lock in turn.
+int SetLock(int file, short kind)
+{
+    struct flock lock{};
+    lock.l_type = kind;
+    lock.l_whence = SEEK_SET;
+    return ::fcntl(file, F_SETLK, &lock);
+}
+
+class Unlock {
+public:
+    explicit Unlock(int file) noexcept : file(file) {}
+    Unlock(const Unlock&) = delete;
+    Unlock& operator=(const Unlock&) = delete;
+    ~Unlock() { SetLock(file, F_UNLCK); }
+
+private:
+    const int file;
+};
+
 }  // namespace
 
-SpooledInput* SpooledInput::Find(const std::string& path)
+SpooledInput::SpooledInput(Descriptor input, Descriptor file, std::string subject, uint64_t limit)
+    : input(std::move(input)), file(std::move(file)), subject(std::move(subject)), limit(limit)
 {
-    const bool standard = path == "-";
-    const std::string subject = standard ? "standard input " : "";
+}
+
+bool SpooledInput::IsNeeded(int descriptor)
+{
     struct stat status{};
-    if ((standard ? ::fstat(STDIN_FILENO, &status) : ::stat(path.c_str(), &status)) != 0 ||
-        S_ISREG(status.st_mode) || S_ISBLK(status.st_mode))
-        return nullptr;
-    if (S_ISDIR(status.st_mode))
-        ThrowUnusable(subject + "is a folder: name a file in it");
-    if (S_ISSOCK(status.st_mode) && !standard)
-        ThrowUnusable("is a socket, which can't be opened as a file: use a named pipe");
-
-    static std::map<std::pair<dev_t, ino_t>, SpooledInput> inputs;
-    const std::pair key(status.st_dev, status.st_ino);
-    if (const auto known = inputs.find(key); known != inputs.end())
-        return &known->second;
-    // Otherwise a named pipe would block here until a writer comes, whatever the signals.
-    const int descriptor = standard ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0)
-        ThrowUnusable(fmt::format("can't be opened: {}", std::strerror(errno)));
-    if (::isatty(descriptor))
-        ThrowUnusable(subject + "is a terminal: put a file or a pipe there");
-    return &inputs.try_emplace(key, descriptor, subject).first->second;
+    return ::fstat(descriptor, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode);
 }
 
-SpooledInput::SpooledInput(int descriptor, std::string subject, uint64_t limit)
-    : input(descriptor), subject(std::move(subject)), limit(limit), file(OpenNamelessFile())
+boost::intrusive_ptr<Core::IDataInput> SpooledInput::Open() const
 {
-    if (file < 0)
+    const int copy = ::fcntl(file.Get(), F_DUPFD_CLOEXEC, 0);
+    if (copy < 0)
         ThrowUnkept(errno);
+    return Core::DataInputFile::Create(copy, fmt::format("/dev/fd/{}", copy));
 }
 
-SpooledInput::~SpooledInput() { ::close(file); }
-
-std::string SpooledInput::GetPath() const { return fmt::format("/dev/fd/{}", file); }
+void SpooledInput::Lock()
+{
+    while (SetLock(file.Get(), F_WRLCK) < 0) {
+        if (errno != EAGAIN && errno != EACCES && errno != EINTR)
+            return;  // a file system without locks: several readers at once are the user's own doing
+        if (Interruption::IsWanted())
+            ThrowUnreadable("was not read to its end");
+        ::poll(nullptr, 0, INTERVAL / 10);
+        ReportProgress();
+    }
+}
 
 void SpooledInput::Fill(uint64_t size)
 {
-    while (!ended && kept < size)
-        ended = !ReadPiece();
+    Lock();
+    const Unlock unlock(file.Get());
+    struct stat status{};
+    if (::fstat(file.Get(), &status) < 0)
+        ThrowUnkept(errno);
+    kept = static_cast<uint64_t>(status.st_size);
+    while (kept < size && ::lseek(file.Get(), 0, SEEK_CUR) == 0)
+        if (!ReadPiece())
+            ::lseek(file.Get(), 1, SEEK_SET);
 }
 
 /// @return false at the end
@@ -113,11 +111,11 @@ bool SpooledInput::ReadPiece()
     char piece[64 * 1024];
     ssize_t count = -1;
     do {
-        if (const int error = WaitForInput(input); error == ECANCELED)
+        if (const int error = WaitForInput(input.Get()); error == ECANCELED)
             ThrowUnreadable("was not read to its end");
         else if (error != 0)
             ThrowUnreadable(fmt::format("can't be read: {}", std::strerror(error)));
-        count = ::read(input, piece, sizeof piece);
+        count = ::read(input.Get(), piece, sizeof piece);
     } while (count < 0 && (errno == EINTR || errno == EAGAIN));
     if (count < 0)
         ThrowUnreadable(fmt::format("can't be read: {}", std::strerror(errno)));
@@ -125,23 +123,35 @@ bool SpooledInput::ReadPiece()
         ThrowUnreadable(fmt::format(
             "is longer than {} bytes, the most that is kept of an input without positions: save it to a file",
             limit));
-    for (ssize_t done = 0; done < count;) {
-        const ssize_t written = ::write(file, piece + done, static_cast<size_t>(count - done));
-        if (written > 0)
-            done += written;
-        else if (written == 0 || errno != EINTR)
-            ThrowUnkept(written == 0 ? ENOSPC : errno);
-    }
-    kept += static_cast<uint64_t>(count);
+    WriteKept(piece, static_cast<size_t>(count));
+    ReportProgress();
     return count > 0;
 }
 
-void SpooledInput::ThrowUnreadable(const std::string& reason) const { ThrowUnusable(subject + reason); }
+void SpooledInput::WriteKept(const char* piece, size_t size)
+{
+    while (size > 0) {
+        const ssize_t written = ::pwrite(file.Get(), piece, size, static_cast<off_t>(kept));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            ThrowUnkept(written == 0 ? ENOSPC : errno);
+        piece += written;
+        size -= static_cast<size_t>(written);
+        kept += static_cast<uint64_t>(written);
+    }
+}
+
+void SpooledInput::ThrowUnreadable(const std::string& reason) const
+{
+    Proc::Details::Raise(Core::IOException()
+                         << TagDescription(subject + reason) << TagFailureKind(FailureKind::Unreadable));
+}
 
 void SpooledInput::ThrowUnkept(int error) const
 {
-    ThrowUnreadable(fmt::format("can't be kept in {}: {}; TMPDIR may name another folder", TemporaryFolder(),
-                                std::strerror(error)));
+    ThrowUnreadable(fmt::format("can't be kept in {}: {}; TMPDIR may name another folder",
+                                TemporaryFolderPath(), std::strerror(error)));
 }
 
 }  // namespace Quorva::Tool

@@ -2,51 +2,52 @@
 /// Inputs that can only be read from start to end, as files.
 #pragma once
 
+#include "host/FoundationIO.h"
+#include "tools/isolation/ControlChannel.h"
+
 #include <cstdint>
 #include <string>
 
 namespace Quorva::Tool {
 
-/// An input without positions (a pipe, a device), of which all that was read is kept in a file without a
-/// name, in the folder for temporary files (TMPDIR, or else /tmp). The file goes with the process.
+/// An input without positions (a pipe, a device), of which all that was read is kept in a file. Objects, and
+/// processes, that share a pipe and its file go on where another has stopped; one reads at a time.
 class SpooledInput {
 public:
     static constexpr uint64_t maxSize = uint64_t{16} << 30;  ///< bytes kept of one input
 
-    /// Returns the spooled input at `path`, where "-" is standard input, or null where the path can be opened
-    /// and read in any order. The same path gives the same object, since its bytes come only once; it lives
-    /// as long as the process. Opening a named pipe doesn't wait for its writer.
-    /// @throws Core::IOException  a folder, a socket, a terminal, or it can't be opened
-    static SpooledInput* Find(const std::string& path);
+    /// @param input    read from
+    /// @param file     kept in: what is in it is the beginning of the input. Its position is not 0 once the
+    ///                 input has ended, and has no other meaning.
+    /// @param subject  start of the messages: "standard input ", or nothing
+    /// @param limit    bytes
+    SpooledInput(Descriptor input, Descriptor file, std::string subject, uint64_t limit = maxSize);
 
-    /// @param descriptor  read from, never closed
-    /// @param subject     start of the messages: "standard input ", or nothing
-    /// @param limit       bytes
-    SpooledInput(int descriptor, std::string subject, uint64_t limit = maxSize);
-    SpooledInput(const SpooledInput&) = delete;
-    SpooledInput& operator=(const SpooledInput&) = delete;
-    ~SpooledInput();
+    /// Whether what is open there has no positions.
+    static bool IsNeeded(int descriptor);
 
-    /// A path that opens what is kept.
-    std::string GetPath() const;
+    /// A stream of what is kept, also of what is added later.
+    /// @throws Core::IOException  the system refuses
+    boost::intrusive_ptr<Core::IDataInput> Open() const;
 
-    /// Reads on until `size` bytes are kept or the input has ended. Waits for a writer; an Interruption ends
-    /// the waiting.
+    /// Reads on until `size` bytes are kept or the input has ended. Waits for a writer, which counts as
+    /// progress (see ReportProgress()); an Interruption ends the waiting.
     /// @throws Core::IOException  it can't be read or kept, was interrupted, or is longer than the limit.
     void Fill(uint64_t size);
     void FillAll() { Fill(UINT64_MAX); }
 
 private:
+    void Lock();
     bool ReadPiece();
+    void WriteKept(const char* piece, size_t size);
     [[noreturn]] void ThrowUnreadable(const std::string& reason) const;
     [[noreturn]] void ThrowUnkept(int error) const;
 
-    const int input;
+    const Descriptor input;
+    const Descriptor file;
     const std::string subject;
     const uint64_t limit;
     uint64_t kept = 0;
-    bool ended = false;
-    int file = -1;
 };
 
 }  // namespace Quorva::Tool

@@ -1,5 +1,7 @@
 #include "tools/support/SteadyInput.h"
 
+#include "tools/isolation/ReportProgress.h"
+
 #include <boost/exception/get_error_info.hpp>
 
 #include <algorithm>
@@ -30,6 +32,7 @@ uint64_t SteadyInput::Read(uint8_t* buffer, uint64_t size)
     try {
         const uint64_t count = inner->Read(buffer, size);
         position += count;
+        ReportFurthest();
         return count;
     } catch (const Core::IOException&) {
         // piece by piece, then
@@ -43,7 +46,17 @@ uint64_t SteadyInput::Read(uint8_t* buffer, uint64_t size)
         if (count < wanted)
             break;
     }
+    ReportFurthest();
     return done;
+}
+
+/// Reading the same bytes again is no progress.
+void SteadyInput::ReportFurthest()
+{
+    if (position > furthest) {
+        furthest = position;
+        ReportProgress();
+    }
 }
 
 /// @param size  no more than there is of the piece behind the position

@@ -35,11 +35,13 @@ public:
 
 private:
     uint64_t ReadPiece(uint8_t* buffer, uint64_t size);
+    void ReportFurthest();
 
     const boost::intrusive_ptr<Core::IDataInput> inner;
     ReadLosses& losses;
     std::set<uint64_t> lost;  ///< positions of pieces
     uint64_t position = 0;
+    uint64_t furthest = 0;  ///< position that a read has come to
 };
 
 }  // namespace Quorva::Tool

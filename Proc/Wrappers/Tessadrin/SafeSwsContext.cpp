@@ -1,5 +1,6 @@
 #include "Proc/Wrappers/Tessadrin/SafeSwsContext.h"
 
+#include "Proc/Wrappers/Tessadrin/Details/ScalerLimits.h"
 #include "Proc/Wrappers/Tessadrin/Tessadrin.PixelFormats.h"
 #include "host/Colour.h"
 #include "host/ProcessingSupport.h"
@@ -104,32 +105,22 @@ std::array<int, 4> ComputeCoefficients(YCbCrMatrix matrix)
 }
 
 /// Ranges, brightness, contrast and saturation stay as the scaler chose them.
-void ReplaceTables(SwsContext* context, const int* source, const int* target)
+/// @return  false when FFmpeg could not set up the step through RGB that two different matrices need: the
+///          first picture would end the process
+bool ReplaceTables(SwsContext* context, const SwsCtxParams& p)
 {
+    if (p.src.matrix == YCbCrMatrix::Unspecified || p.dst.matrix == YCbCrMatrix::Unspecified)
+        return true;
     int* oldSource = nullptr;
     int* oldTarget = nullptr;
     int sourceRange = 0, targetRange = 0, brightness = 0, contrast = 0, saturation = 0;
-    // Neither result is examined: a conversion that refuses has no tables to replace, and works without.
+    // Fails for a null context only.
     sws_getColorspaceDetails(context, &oldSource, &sourceRange, &oldTarget, &targetRange, &brightness,
                              &contrast, &saturation);
-    sws_setColorspaceDetails(context, source, sourceRange, target, targetRange, brightness, contrast,
-                             saturation);
+    return sws_setColorspaceDetails(context, SafeSwsContext::GetCoefficients(p.src.matrix), sourceRange,
+                                    SafeSwsContext::GetCoefficients(p.dst.matrix), targetRange, brightness,
+                                    contrast, saturation) >= 0;
 }
-
-/// FFmpeg's fast bilinear scaler divides by the chroma's width less 2. It gives way to the plain one for
-/// pictures of less than 8 pixels, but not for those of 8 whose chroma has a quarter of that.
-int GetSafeFlags(const SwsCtxParams& p)
-{
-    const AVPixFmtDescriptor* descriptor = GetPixelFormatDescription(p.dst.format);
-    const bool fast = p.flags & SWS_FAST_BILINEAR && descriptor;
-    return fast && AV_CEIL_RSHIFT(p.dst.width, descriptor->log2_chroma_w) == 2
-               ? p.flags ^ (SWS_FAST_BILINEAR | SWS_BILINEAR)
-               : p.flags;
-}
-
-/// Lanczos' parameter is its window's half width. FFmpeg asserts that a window has a width, when the context
-/// is initialised and again when its tables are replaced.
-bool HasWindow(const SwsCtxParams& p) { return !(p.flags & SWS_LANCZOS) || !p.params || p.params->first > 0; }
 
 bool HasEffect(const SwsFilter* filter)
 {
@@ -138,12 +129,34 @@ bool HasEffect(const SwsFilter* filter)
                                [](const SwsVector* vector) { return vector && vector->length > 1; });
 }
 
-bool ChangesColours(const SwsCtxParams& p)
+void SetOptions(SwsContext* context, const SwsCtxParams& p, int threads)
 {
-    if (p.src.matrix == YCbCrMatrix::Unspecified || p.dst.matrix == YCbCrMatrix::Unspecified)
-        return false;  // the scaler's own, on both sides
-    return !std::ranges::equal(std::span(SafeSwsContext::GetCoefficients(p.src.matrix), 4),
-                               std::span(SafeSwsContext::GetCoefficients(p.dst.matrix), 4));
+    const auto set = [&](const char* name, auto value) { AVOptSetter(context, name, 0).Set(value); };
+
+    set("srcw", p.src.width);
+    set("srch", p.src.height);
+    std::optional<int> sourceRange;
+    set("src_format", GetInputPixelFormat(p, sourceRange));
+    if (sourceRange)
+        set("src_range", *sourceRange);
+    set("dstw", p.dst.width);
+    set("dsth", p.dst.height);
+    std::optional<int> targetRange;
+    set("dst_format", GetOutputPixelFormat(p, targetRange));
+    if (targetRange)
+        set("dst_range", *targetRange);
+    set("sws_flags", Details::GetSafeFlags(p));
+    if (p.params) {
+        set("param0", p.params->first);
+        set("param1", p.params->second);
+        if (Details::AreDangerous(p)) {
+            // FFmpeg refuses a window as wide as this, exactly where it would build the filter in question.
+            set("sws_flags", (p.flags & ~Details::scalerAlgorithms) | SWS_LANCZOS);
+            set("param0", 1000.0);
+        }
+    }
+    if (threads != 1)
+        set("threads", threads);
 }
 
 /// Whether all that FFmpeg would do is copy semi-planar pictures: it leaves their chroma unwritten then.
@@ -151,7 +164,7 @@ bool IsPlainCopy(const SwsCtxParams& p, const AVPixFmtDescriptor& descriptor)
 {
     return p.src.width == p.dst.width && p.src.height == p.dst.height && p.src.format == p.dst.format &&
            IsSemiPlanar(descriptor) && !HasEffect(p.src.filter) && !HasEffect(p.dst.filter) &&
-           !ChangesColours(p);
+           !Details::ChangesColours(p);
 }
 
 /// v / 2^shift, rounded up.
@@ -213,6 +226,18 @@ bool IsSliceOf(const SwsItem& item, int sliceY, int sliceH)
         return false;
     const int unit = 1 << GetPixelFormatDescription(item.format)->log2_chroma_h;
     return sliceY % unit == 0 && (sliceH % unit == 0 || sliceY + sliceH == item.height);
+}
+
+/// Whether rows of 16-bit samples begin within a sample: FFmpeg's conversion to P010 and P016 asserts that
+/// none do.
+bool SplitsSamples(const SwsCtxParams& p, const int (&source)[4], const int (&target)[4])
+{
+    const auto splits = [](const SwsItem& item, const int(&linesize)[4]) {
+        return GetPixelFormatDescription(item.format)->comp[0].depth > 8 &&
+               std::ranges::any_of(linesize, [](int size) { return size % 2 != 0; });
+    };
+    return IsSemiPlanar(*GetPixelFormatDescription(p.dst.format)) &&
+           (splits(p.src, source) || splits(p.dst, target));
 }
 
 /// A slice whose samples may exceed the depth of their format, as those of raw video: FFmpeg's tables for RGB
@@ -305,32 +330,10 @@ SafeSwsContext::SafeSwsContext(const SwsCtxParams& p, int threads)
     fresh.context = sws_alloc_context();
     if (!fresh.context)
         Throw<ProcException>("Can't allocate SW Scale context");
-    const auto set = [&](const char* name, auto value) { AVOptSetter(fresh.context, name, 0).Set(value); };
-
-    set("srcw", p.src.width);
-    set("srch", p.src.height);
-    std::optional<int> sourceRange;
-    set("src_format", GetInputPixelFormat(p, sourceRange));
-    if (sourceRange)
-        set("src_range", *sourceRange);
-    set("dstw", p.dst.width);
-    set("dsth", p.dst.height);
-    std::optional<int> targetRange;
-    set("dst_format", GetOutputPixelFormat(p, targetRange));
-    if (targetRange)
-        set("dst_range", *targetRange);
-    set("sws_flags", GetSafeFlags(p));
-    if (p.params) {
-        set("param0", p.params->first);
-        set("param1", p.params->second);
-    }
-    if (threads != 1)
-        set("threads", threads);
-    if (!HasWindow(p) || sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0)
+    SetOptions(fresh.context, p, threads);
+    if (sws_init_context(fresh.context, p.src.filter, p.dst.filter) < 0 || !ReplaceTables(fresh.context, p))
         Raise(Exception(p) << TagDescription("Can't init SW Scale context"));
 
-    if (p.src.matrix != YCbCrMatrix::Unspecified && p.dst.matrix != YCbCrMatrix::Unspecified)
-        ReplaceTables(fresh.context, GetCoefficients(p.src.matrix), GetCoefficients(p.dst.matrix));
     const AVPixFmtDescriptor& target = *GetPixelFormatDescription(p.dst.format);
     if (IsPlainCopy(p, target))
         fresh.unwritten = &target;
@@ -347,7 +350,8 @@ int SafeSwsContext::Scale(const SwsSource& src, int sliceY, int sliceH, const Sw
     }
     // FFmpeg refuses most of these itself, with the same code, and reads outside of the picture for the
     // others.
-    if (!context || !IsSliceOf(params.src, sliceY, sliceH))
+    if (!context || !IsSliceOf(params.src, sliceY, sliceH) ||
+        SplitsSamples(params, src.linesize, dst.linesize))
         return AVERROR(EINVAL);
     const auto scale = [&](const SwsSource& source) {
         return sws_scale(context, source.data, source.linesize, sliceY, sliceH, dst.data, dst.linesize);
@@ -367,8 +371,11 @@ int SafeSwsContext::Scale(const AVFrame& source, AVFrame& target) const
 {
     // Of FFmpeg's two calls only the one for frames makes use of threads. It would allocate another picture
     // for a target whose own isn't reference-counted.
-    if (!context || strayBits || unwritten || (target.data[0] && !target.buf[0]))
-        return Scale(SwsSource(source), SwsDestination(target));
+    const SwsSource from(source);
+    const SwsDestination to(target);
+    if (!context || strayBits || unwritten || (target.data[0] && !target.buf[0]) ||
+        SplitsSamples(params, from.linesize, to.linesize))
+        return Scale(from, to);
     const int result = sws_scale_frame(context, &target, &source);
     return result < 0 ? result : params.dst.height;
 }

@@ -101,7 +101,11 @@ public:
     SafeSwsContext() = default;
     /// @throws EffectException  the scaler can't read or write one of the formats.
     /// @throws ProcException    the scaler can't be allocated, or refuses an option.
-    /// @throws SafeSwsContext::Exception  the scaler can't be initialised; carries the parameters.
+    /// @throws SafeSwsContext::Exception  the scaler can't be initialised, or the parameters are such that
+    ///                                    FFmpeg would end the process: a Lanczos window that isn't positive,
+    ///                                    and filters that amplify beyond its tables for RGB (cubics with
+    ///                                    |B| 2/3 + |C| / 2 above 1.45, negative parameters of SWS_X and
+    ///                                    SWS_GAUSS); carries the parameters.
     /// @param threads  for Scale() of whole frames; 0: as many as there are cores
     explicit SafeSwsContext(const SwsCtxParams& params, int threads = 1);
     SafeSwsContext(SafeSwsContext&& other) noexcept { Swap(other); }
@@ -122,8 +126,9 @@ public:
     /// @param sliceY, sliceH  first row and row count, in luma rows of the source
     /// @param dst             planes of the whole picture, params.dst.height rows
     /// @return                rows written, or the destination's height where planes are only copied;
-    ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty, and
-    ///                        for a slice that isn't part of the picture, of which nothing is read
+    ///                        FFmpeg's negative code when the scaler refuses; AVERROR(EINVAL) when empty, for
+    ///                        a slice that isn't part of the picture, of which nothing is read, and for rows
+    ///                        of 16-bit samples whose distance is odd where the target is semi-planar
     /// @throws std::bad_alloc  samples exceed their format's depth, as raw video's may, and there is no
     ///                         memory for the slice without them: FFmpeg reads outside its tables there.
     int Scale(const SwsSource& src, int sliceY, int sliceH, const SwsDestination& dst) const;
@@ -133,8 +138,7 @@ public:
     /// The whole picture, by as many threads as were asked for; the same bytes as by one.
     /// @param source  of the size and format of the parameters
     /// @param target  likewise; a frame without a picture gets one. Where its picture isn't
-    /// reference-counted,
-    ///                one thread does the work
+    ///                reference-counted, one thread does the work
     /// @return        rows written; FFmpeg's negative code when the scaler refuses
     int Scale(const AVFrame& source, AVFrame& target) const;
 
