@@ -135,6 +135,9 @@ TEST_F(Many, FilesThatEndTheirProcessCostALine)
         {3, "timeout", "no progress for 3 seconds (--timeout)"               },
         {4, "memory",  "needs more than the 200 MiB that --max-memory allows"},
     };
+    const Outcome dump = Shell("LD_PRELOAD='" HOSTILE_DEMUXER_LIBRARY "' $T dump 2crash.wav");
+    EXPECT_EQ(dump.code, 1);
+    EXPECT_THAT(dump.errors, HasSubstr("2crash.wav: the worker process crashed"));
     for (const char* jobs : {"--jobs 1 ", "--jobs 4 "}) {
         const Outcome text = Shell(run + jobs + "*.wav");
         const Outcome document = Shell(run + jobs + "--json *.wav"),
