@@ -12,7 +12,11 @@ using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 
-const std::string picture = "P6 1 1 255\n123";
+/// A WAV file: 8000 Hz, one channel, 16 bits, four samples.
+const std::string sound(
+    "RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x80\x3e\0\0\2\0\x10\0"
+    "data\x8\0\0\0\0\0\0\0\0\0\0\0",
+    52);
 
 struct Many : testing::Test {
     const TemporaryFolder folder;
@@ -20,9 +24,9 @@ struct Many : testing::Test {
 
     void PutFiles()
     {
-        for (const char* name : {"a.ppm", "b.ppm", "c\n.ppm", "d.ppm", "e.ppm"})
-            paths.push_back(folder.Put(name, picture));
-        paths.push_back(folder.Put("words.ppm", "words"));
+        for (const char* name : {"a.wav", "b.wav", "c\n.wav", "d.wav", "e.wav"})
+            paths.push_back(folder.Put(name, sound));
+        paths.push_back(folder.Put("words.wav", "words"));
     }
     std::string Content(const std::string& name) const
     {
@@ -78,18 +82,18 @@ TEST_F(Many, NamesComeFromLists)
         size_t files;
         int code;
     } rows[] = {
-        {"printf 'a.ppm\\n\\nb.ppm' > list; $T probe --json-lines --files-from list",                        2, 0},
-        {"printf 'a.ppm\\nwords.ppm\\n' | $T probe --json-lines d.ppm --files-from -",                       3, 1},
-        {"(printf 'a.ppm\\0'; sleep 1; printf 'c\\n.ppm\\0') | $T probe --json-lines --null --files-from -",
+        {"printf 'a.wav\\n\\nb.wav' > list; $T probe --json-lines --files-from list",                        2, 0},
+        {"printf 'a.wav\\nwords.wav\\n' | $T probe --json-lines d.wav --files-from -",                       3, 1},
+        {"(printf 'a.wav\\0'; sleep 1; printf 'c\\n.wav\\0') | $T probe --json-lines --null --files-from -",
          2,                                                                                                     0},
-        {"(echo a.ppm; sleep 1; echo b.ppm) | $T probe --isolate=no --json-lines --files-from -",            2, 0},
-        {"mkdir in; mv d.ppm e.ppm in; echo in | $T probe --json-lines --files-from -",                      2, 0},
+        {"(echo a.wav; sleep 1; echo b.wav) | $T probe --isolate=no --json-lines --files-from -",            2, 0},
+        {"mkdir in; mv d.wav e.wav in; echo in | $T probe --json-lines --files-from -",                      2, 0},
         {"$T probe --json-lines --files-from none",                                                          0, 2},
-        {"echo a.ppm | $T probe --json-lines - --files-from -",                                              0, 2},
-        {"(echo a.ppm; head -c 100000 /dev/zero) | $T probe --json-lines --files-from -",                    1, 1},
-        {"cat a.ppm | $T probe --json-lines - -",                                                            2, 0},
-        {"mkfifo pipe; cat a.ppm > pipe & $T probe --json-lines --timeout 0.3 pipe b.ppm",                   2, 0},
-        {"$T probe --json-lines --timeout 0.3 <(sleep 1; cat a.ppm)",                                        1, 0},
+        {"echo a.wav | $T probe --json-lines - --files-from -",                                              0, 2},
+        {"(echo a.wav; head -c 100000 /dev/zero) | $T probe --json-lines --files-from -",                    1, 1},
+        {"cat a.wav | $T probe --json-lines - -",                                                            2, 0},
+        {"mkfifo pipe; cat a.wav > pipe & $T probe --json-lines --timeout 0.3 pipe b.wav",                   2, 0},
+        {"$T probe --json-lines --timeout 0.3 <(sleep 1; cat a.wav)",                                        1, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.command);
@@ -102,16 +106,16 @@ TEST_F(Many, NamesComeFromLists)
 TEST_F(Many, RunsAreContinued)
 {
     PutFiles();
-    Shell("$T probe --json-lines *.ppm > whole");
+    Shell("$T probe --json-lines *.wav > whole");
     const std::string whole = Content("whole");
     const size_t second = whole.find('\n', whole.find('\n') + 1) + 1;
     for (const size_t size : {size_t{0}, second - 1, second, second + 20, whole.size()}) {
         folder.Put("part", whole.substr(0, size));
-        const Outcome outcome = Shell("$T probe -q --json-lines --resume part *.ppm >> part");
+        const Outcome outcome = Shell("$T probe -q --json-lines --resume part *.wav >> part");
         EXPECT_EQ(FilesOf(Content("part"), true), FilesOf(whole, true)) << size << outcome.errors;
     }
     folder.Put("bad", "{}\n" + whole);
-    const Outcome bad = Shell("$T probe --json-lines --resume bad a.ppm");
+    const Outcome bad = Shell("$T probe --json-lines --resume bad a.wav");
     EXPECT_EQ(bad.code, 2);
     EXPECT_THAT(bad.errors, HasSubstr("line 1 of 'bad' is not a result of --json-lines"));
 }
@@ -119,23 +123,26 @@ TEST_F(Many, RunsAreContinued)
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(Many, FilesThatEndTheirProcessCostALine)
 {
-    for (const char* name : {"1.ppm", "2crash.ppm", "3.ppm", "4spin.ppm", "5eat.ppm", "6.ppm"})
-        folder.Put(name, picture);
+    for (const char* name : {"1.wav", "2crash.wav", "3.wav", "4spin.wav", "5eat.wav", "6.wav"})
+        folder.Put(name, sound);
     const std::string run =
-        "LD_PRELOAD='" HOSTILE_DEMUXER_LIBRARY "' $T probe --timeout 1 --max-memory 200M ";
+        "LD_PRELOAD='" HOSTILE_DEMUXER_LIBRARY "' $T probe --timeout 3 --max-memory 200M ";
     const struct {
         size_t index;
         const char *kind, *message;
     } rows[] = {
         {1, "crashed", "the worker process crashed (SIGSEGV, signal 11)"     },
-        {3, "timeout", "no progress for 1 seconds (--timeout)"               },
+        {3, "timeout", "no progress for 3 seconds (--timeout)"               },
         {4, "memory",  "needs more than the 200 MiB that --max-memory allows"},
     };
+    const Outcome dump = Shell("LD_PRELOAD='" HOSTILE_DEMUXER_LIBRARY "' $T dump 2crash.wav");
+    EXPECT_EQ(dump.code, 1);
+    EXPECT_THAT(dump.errors, HasSubstr("2crash.wav: the worker process crashed"));
     for (const char* jobs : {"--jobs 1 ", "--jobs 4 "}) {
-        const Outcome text = Shell(run + jobs + "*.ppm");
-        const Outcome document = Shell(run + jobs + "--json *.ppm"),
-                      lines = Shell(run + jobs + "--json-lines *.ppm");
-        const Outcome table = Shell(run + jobs + "--table *.ppm");
+        const Outcome text = Shell(run + jobs + "*.wav");
+        const Outcome document = Shell(run + jobs + "--json *.wav"),
+                      lines = Shell(run + jobs + "--json-lines *.wav");
+        const Outcome table = Shell(run + jobs + "--table *.wav");
         for (const Outcome* outcome : {&text, &document, &lines, &table})
             EXPECT_EQ(outcome->code, 1) << outcome->errors;
         EXPECT_EQ(text.ErrorLines().size(), 3u) << text.errors;

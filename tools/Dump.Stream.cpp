@@ -28,7 +28,6 @@ const AVCodec* DecoderOf(const AVStream& stream)
 StreamDump::StreamDump(const AVStream& stream, const DumpOptions& options, std::string name, int64_t start)
     : stream(stream),
       options(options),
-      files(options.overwrite, false, OutputFiles::Links::Replace),
       name(std::move(name)),
       start(start)
 {

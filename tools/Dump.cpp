@@ -1,9 +1,11 @@
 #include "tools/Dump.h"
 
 #include "tools/Command.h"
+#include "tools/IsolationFlags.h"
 #include "tools/support/Failure.h"
 #include "tools/support/Interruption.h"
 #include "tools/support/OpenedInput.h"
+#include "tools/support/OutputFiles.h"
 #include "tools/support/ReadableText.h"
 #include "tools/support/Text.h"
 
@@ -17,6 +19,7 @@
 #include <filesystem>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 namespace Quorva::Tool {
 
@@ -159,10 +162,8 @@ private:
     ExitCode code = EXIT_ALL_WELL;
 };
 
-ExitCode RunDump(const DumpOptions& options, const Program& program)
+ExitCode DumpFile(const DumpOptions& options, const Program& program)
 {
-    ApplyInputOptions(options.input, inspectionMemory);
-    const Interruption interruption(OutputFiles::DiscardAll, Interruption::Milliseconds(1000));
     try {
         return FileDump(options, program).Run();
     } catch (...) {
@@ -170,6 +171,55 @@ ExitCode RunDump(const DumpOptions& options, const Program& program)
             PrintFailure(options.file, CurrentFailure(options.file), program.verbosity > 0);
         return Interruption::IsWanted() ? EXIT_STOPPED : EXIT_SOME_FAILED;
     }
+}
+
+/// The one file, in a worker; the dumps come into being here.
+class DumpWork final : public IsolatedWork {
+public:
+    DumpWork(const DumpOptions& options, const Program& program)
+        : options(options), program(program), files(options.overwrite, false, OutputFiles::Links::Replace)
+    {
+    }
+
+    ExitCode Run() { return RunIsolated(*this, options.isolation) ? code : EXIT_STOPPED; }
+
+    NextFile Next(WalkedFile& file) override
+    {
+        if (std::exchange(given, true))
+            return NextFile::End;
+        file.path = options.file;
+        return NextFile::File;
+    }
+    int Process(size_t, const WalkedFile&) override { return DumpFile(options, program); }
+    void Done(size_t, const WalkedFile&, const FileResult& result) override
+    {
+        code = result.stopped || Interruption::IsWanted() ? EXIT_STOPPED
+               : result.failure                           ? EXIT_SOME_FAILED
+                                                          : static_cast<ExitCode>(result.code);
+        if (result.failure && !program.quiet)
+            PrintFailure(options.file, *result.failure, program.verbosity > 0);
+    }
+
+    Descriptor OpenOutput(size_t, const std::string& path) override
+    {
+        if (!path.starts_with(options.name) || !path.ends_with(".bmp") ||
+            path.find('/', options.name.size()) != std::string::npos)
+            return IsolatedWork::OpenOutput(0, path);
+        return Descriptor(files.CreateDescriptor(path));
+    }
+    void CommitOutputs(size_t) override { files.Commit(); }
+
+private:
+    const DumpOptions& options;
+    const Program& program;
+    OutputFiles files;
+    bool given = false;
+    ExitCode code = EXIT_SOME_FAILED;
+};
+
+ExitCode RunDump(const DumpOptions& options, const Program& program)
+{
+    return DumpWork(options, program).Run();
 }
 
 }  // namespace
@@ -205,7 +255,10 @@ void AddDump(CLI::App& app, Program& program)
         ->type_name("TYPE");
     command->add_flag("--overwrite", options->overwrite, "Replace files that exist");
     command->add_flag("--packets", options->packets, "Print every packet that is read, times in ticks");
-    AddInputOptions(*command, options->input, "1GiB");
+    AddIsolation(*command, options->isolation, options->input, IsolationFlags::OneFile, "1GiB");
+    options->isolation.patience = std::chrono::milliseconds(1000);
+    options->isolation.grace = std::chrono::milliseconds(300);
+    options->isolation.discard = OutputFiles::DiscardAll;
     command->footer(
         "Files are named NAME_000_key=1.bmp and so on, key=1 for key frames; those of further streams\n"
         "NAME_streamN_000_key=0.bmp. Dots along the right and the bottom edge mark where the picture ends.\n"
@@ -217,6 +270,8 @@ void AddDump(CLI::App& app, Program& program)
         "  tessadrin dump film.mkv --every 250 --count 20           20 pictures, one of each 250\n"
         "  tessadrin dump film.mkv --stream 3 --count 100           100 subtitles of stream 3");
     command->callback([options, &program] {
+        options->isolation.sandbox.devices = !options->hardware.empty();
+        ApplyIsolation(options->isolation, options->input, inspectionMemory);
         if (options->name.empty())
             options->name =
                 options->file == "-" ? "stdin" : std::filesystem::path(options->file).stem().native();

@@ -3,8 +3,9 @@
 #pragma once
 
 #include "tools/InputOptions.h"
+#include "tools/isolation/IsolatedWork.h"
+#include "tools/isolation/RequestedFiles.h"
 #include "tools/support/HardwareRoundTrip.h"
-#include "tools/support/OutputFiles.h"
 #include "tools/support/StreamDecoder.h"
 
 #include <cstdint>
@@ -25,6 +26,7 @@ struct DumpOptions {
     bool overwrite = false;
     InputOptions input;
     std::string hardware;  ///< the type of device that pictures go through; empty: none
+    IsolationOptions isolation;
 };
 
 /// Somebody's stream, decoded; pictures and bitmap subtitles go to files, text subtitles to standard output,
@@ -57,7 +59,7 @@ private:
 
     const AVStream& stream;
     const DumpOptions& options;
-    OutputFiles files;
+    RequestedFiles files;
     const std::string name;
     const int64_t start;
     std::optional<StreamDecoder> pictures;  ///< one of these two

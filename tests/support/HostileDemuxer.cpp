@@ -16,10 +16,7 @@ __attribute__((visibility("default"))) int avformat_find_stream_info(AVFormatCon
     for (volatile unsigned i = 0; isCalled("spin");)
         i = i + 1;
     while (isCalled("eat"))
-        if (void* const memory = std::malloc(1 << 20); memory)
-            std::memset(memory, 1, 1 << 20);
-        else
-            std::abort();
+        *static_cast<volatile char*>(std::malloc(1 << 16)) = 1;
     const auto original =
         reinterpret_cast<decltype(&avformat_find_stream_info)>(dlsym(RTLD_NEXT, "avformat_find_stream_info"));
     return original(context, options);

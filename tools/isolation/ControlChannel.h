@@ -39,6 +39,8 @@ struct ControlMessage {
         Input = 'I',      ///< worker: a path to read
         Spool = 'S',      ///< worker: the path of a pipe, to keep its bytes in a file
         Output = 'W',     ///< worker: a path to write
+        Check = 'H',      ///< worker: a path that it will write
+        Commit = 'C',     ///< worker: what it has written is complete
         Record = 'R',     ///< worker: bytes for the caller
         Complaint = '!',  ///< worker: a line for WriteComplaint()
         Line = 'L',       ///< worker: a line for WriteLine()

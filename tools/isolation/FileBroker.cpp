@@ -61,6 +61,10 @@ Descriptor FileBroker::Open(const ControlMessage& request)
         return OpenSpoolFile(path);
     if (request.kind == ControlMessage::Kind::Output && options.openOutput)
         return options.openOutput(path);
+    if (request.kind == ControlMessage::Kind::Check && options.checkOutput)
+        return options.checkOutput(path), Descriptor();
+    if (request.kind == ControlMessage::Kind::Commit && options.commitOutputs)
+        return options.commitOutputs(), Descriptor();
     ThrowInput(path, "this command writes no files", FailureKind::Unwritable);
 }
 

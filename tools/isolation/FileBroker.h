@@ -20,6 +20,10 @@ struct BrokerOptions {
     /// them in their places when the worker has succeeded; null: no outputs.
     /// @throws Quorva::Exception  with TagFailureKind: refused, or the system refuses
     std::function<Descriptor(const std::string& path)> openOutput;
+    /// Early, whether an output can be opened; and, when outputs are complete, puts them in their places.
+    /// They throw as openOutput does; null where that is.
+    std::function<void(const std::string& path)> checkOutput;
+    std::function<void()> commitOutputs;
 };
 
 /// Decides, for one task, which files its worker gets, and opens them: the first input
@@ -31,7 +35,7 @@ public:
     /// @param options  outlives the object
     FileBroker(std::string first, const BrokerOptions& options);
 
-    /// Answers a worker's request, of kind Input, Spool or Output: with Opened or Refused.
+    /// Answers a worker's request, of kind Input, Spool, Output, Check or Commit: with Opened or Refused.
     ControlMessage Answer(const ControlMessage& request);
 
 private:

@@ -77,7 +77,9 @@ FileRun::FileRun(IsolatedWork& work, const IsolationOptions& options, size_t ind
       index(index),
       file(std::move(file)),
       brokerOptions{options.allowOutside, BrokerOptions().maxInputs,
-                    [this](const std::string& path) { return this->work.OpenOutput(this->index, path); }},
+                    [this](const std::string& path) { return this->work.OpenOutput(this->index, path); },
+                    [this](const std::string& path) { this->work.CheckOutput(this->index, path); },
+                    [this] { this->work.CommitOutputs(this->index); }},
       broker(this->file.path, brokerOptions),
       worker(std::move(worker)),
       shared(!this->worker->errors)
@@ -179,6 +181,8 @@ void FileRun::Handle(ControlMessage message)
         case Kind::Input:
         case Kind::Spool:
         case Kind::Output:
+        case Kind::Check:
+        case Kind::Commit:
             // A worker waits for each answer; one that doesn't read them is none of ours.
             if (SendMessage(worker->control.Get(), broker.Answer(message), false))
                 return;

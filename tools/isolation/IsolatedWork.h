@@ -28,6 +28,7 @@ struct IsolationOptions {
     bool finishOnStop = true;
     /// Between the first wish to stop and the kill; nothing: as long as it takes.
     std::optional<std::chrono::milliseconds> patience;
+    void (*discard)() = nullptr;  ///< without isolation, removes unfinished files before the process ends
     std::chrono::milliseconds grace{5000};  ///< between the second wish to stop and the kill
     bool allowOutside = false;              ///< inputs outside of the first one's folder
     SandboxOptions sandbox;
@@ -71,6 +72,10 @@ public:
     /// come before Begin().
     /// @throws Quorva::Exception  with TagFailureKind; the default refuses
     virtual Descriptor OpenOutput(size_t index, const std::string& path);
+    /// In the parent: whether OpenOutput() would refuse, asked before long work; the default refuses.
+    virtual void CheckOutput(size_t index, const std::string& path);
+    /// In the parent: Process() has closed its outputs, and they are complete; the default refuses.
+    virtual void CommitOutputs(size_t index);
 };
 
 /// Runs the work, each file in a process of its own. While it runs, one wish to stop (see Interruption) ends

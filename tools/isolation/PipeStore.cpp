@@ -56,7 +56,7 @@ bool HasPositions(const struct stat& status)
 
 [[noreturn]] void ThrowUnopened(const std::string& path, int error)
 {
-    ThrowUnusable(fmt::format("can't open '{}': {}", path, ReasonOf(error)),
+    ThrowUnusable(fmt::format("Can't open '{}' for reading: {}", path, ReasonOf(error)),
                   error == ENOENT || error == ENOTDIR ? FailureKind::NotFound : FailureKind::Unreadable);
 }
 

@@ -24,13 +24,15 @@ constinit Details::WorkerLink* currentLink = nullptr;
     Proc::Details::Raise(Core::IOException() << TagDescription(text) << TagFailureKind(kind));
 }
 
-Descriptor Request(ControlMessage::Kind kind, const std::string& path)
+Descriptor Request(ControlMessage::Kind kind, const std::string& path, bool wantsDescriptor = true)
 {
+    if (!currentLink)
+        Proc::Details::Throw<Core::IOException>("'{}' is requested outside of a worker", path);
     ControlMessage request;
     request.kind = kind;
     request.payload = path;
     ControlMessage answer = currentLink->Ask(std::move(request));
-    if (answer.kind != ControlMessage::Kind::Opened || !answer.descriptor)
+    if (answer.kind != ControlMessage::Kind::Opened || (wantsDescriptor && !answer.descriptor))
         ThrowRefused(answer);
     return std::move(answer.descriptor);
 }
@@ -55,17 +57,15 @@ Descriptor RequestSpool(const std::string& path)
     return currentLink ? Request(ControlMessage::Kind::Spool, path) : OpenSpoolFile(path);
 }
 
-Descriptor RequestOutput(const std::string& path)
-{
-    if (!currentLink)
-        Proc::Details::Throw<Core::IOException>("'{}' is requested outside of a worker", path);
-    return Request(ControlMessage::Kind::Output, path);
-}
+Descriptor RequestOutput(const std::string& path) { return Request(ControlMessage::Kind::Output, path); }
 
 boost::intrusive_ptr<Core::IDataOutput> OpenOutput(const std::string& path)
 {
     return Core::DataOutputFile::Create(RequestOutput(path).Release(), path);
 }
+
+void CheckOutput(const std::string& path) { Request(ControlMessage::Kind::Check, path, false); }
+void CommitOutputs() { Request(ControlMessage::Kind::Commit, {}, false); }
 
 void SendRecord(std::string_view bytes)
 {

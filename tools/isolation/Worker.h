@@ -35,6 +35,12 @@ Descriptor RequestOutput(const std::string& path);
 /// RequestOutput(), as a stream.
 boost::intrusive_ptr<Core::IDataOutput> OpenOutput(const std::string& path);
 
+/// Passes to IsolatedWork::CheckOutput() and IsolatedWork::CommitOutputs(). The second one is for when all
+/// outputs have been closed.
+/// @throws Core::IOException  with TagFailureKind
+void CheckOutput(const std::string& path);
+void CommitOutputs();
+
 /// Hands bytes, at most ControlMessage::MAX_SIZE, to IsolatedWork::Record(). Outside of Process() they are
 /// lost.
 /// @throws Core::IOException  too many bytes, or the parent is gone

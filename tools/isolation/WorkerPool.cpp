@@ -192,7 +192,9 @@ public:
         : work(work),
           index(index),
           brokerOptions{options.allowOutside, BrokerOptions().maxInputs,
-                        [this](const std::string& path) { return this->work.OpenOutput(this->index, path); }},
+                        [this](const std::string& path) { return this->work.OpenOutput(this->index, path); },
+                        [this](const std::string& path) { this->work.CheckOutput(this->index, path); },
+                        [this] { this->work.CommitOutputs(this->index); }},
           broker(first, brokerOptions)
     {
     }
@@ -250,6 +252,17 @@ Descriptor IsolatedWork::OpenOutput(size_t, const std::string& path)
                                              << TagFailureKind(FailureKind::Unwritable));
 }
 
+void IsolatedWork::CheckOutput(size_t index, const std::string& path)
+{
+    IsolatedWork::OpenOutput(index, path);
+}
+
+void IsolatedWork::CommitOutputs(size_t)
+{
+    Proc::Details::Raise(Core::IOException() << TagDescription("nothing is to be written")
+                                             << TagFailureKind(FailureKind::Unwritable));
+}
+
 uint64_t ShareOfMemory(size_t jobs)
 {
     uint64_t memory =
@@ -265,7 +278,7 @@ bool RunIsolated(IsolatedWork& work, const IsolationOptions& options)
         return Pool(work, options).Run();
     std::optional<Interruption> interruption;
     if (options.finishOnStop)
-        interruption.emplace(nullptr, options.patience);
+        interruption.emplace(options.discard, options.patience);
     WalkedFile file;
     for (size_t index = 0; NextHere(work, file); ++index) {
         work.Begin(index, file);

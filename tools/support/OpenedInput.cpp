@@ -273,6 +273,8 @@ OpenedInput::OpenedInput(const DetectedInput& input) : further(input.path), stre
     const int opened = Open(input, demuxer, displaced ? input.mediaStart : 0);
     if (opened < 0) {
         CheckStreams();  // which may be the reason
+        if (Interruption::IsWanted())
+            ThrowFFmpegFailure("not read to its end", AVERROR_EXIT);
         ThrowFFmpegFailure(fmt::format("can't be opened as {}", input.result.format), opened);
     }
     // A failure leaves the streams less well described, not unreadable.

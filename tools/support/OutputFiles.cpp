@@ -228,6 +228,12 @@ void OutputFiles::Check(const std::string& path) const
 
 boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& path)
 {
+    const int descriptor = CreateDescriptor(path);
+    return Core::DataOutputFile::Create(descriptor, files.back().provisional);
+}
+
+int OutputFiles::CreateDescriptor(const std::string& path)
+{
     Check(path);
     const std::string place = links == Links::Follow ? FollowLinks(path).native() : path;
     std::unique_lock lock(mutex);
@@ -236,15 +242,17 @@ boost::intrusive_ptr<Core::IDataOutput> OutputFiles::Create(const std::string& p
     file.path = place;
     file.provisional = std::move(provisional);
     lock.unlock();
-    auto stream = Core::DataOutputFile::Create(descriptor, file.provisional);
     struct stat status{};
-    if (::fstat(descriptor, &status) < 0)
-        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(errno)));
+    if (::fstat(descriptor, &status) < 0) {
+        const int error = errno;
+        ::close(descriptor);
+        ThrowFileFailure(fmt::format("can't be written: {}", ReasonOf(error)));
+    }
     file.device = status.st_dev;
     file.inode = status.st_ino;
     if (overwrite)
         TakeOverPermissions(descriptor, place, S_IRUSR | S_IWUSR);
-    return stream;
+    return descriptor;
 }
 
 /// Writes back what the system still holds, which may fail only now. The name must still be that of the file

@@ -36,6 +36,8 @@ public:
     /// A new file that will be at `path`.
     /// @throws Core::IOException  something is there and mustn't be replaced, or the system refuses
     boost::intrusive_ptr<Core::IDataOutput> Create(const std::string& path);
+    /// The same as a descriptor, which the caller owns.
+    int CreateDescriptor(const std::string& path);
 
     /// Puts the files in their places, in the order of their creation. The streams are to be gone by then.
     /// @throws Core::IOException  the system refuses, or something else has taken a provisional name;
