@@ -113,11 +113,11 @@ TEST_F(Playlists, ReachPiecesInTheirFolderAndNothingElse)
         const std::string path = Put("list.m3u8", {"piece.ts", row.entry}, "#EXT-X-ENDLIST\n");
         const json file = Probe({path, "--count"}, !row.message.empty())["files"][0];
         EXPECT_EQ(file["count"]["packets"], row.message.empty() ? 2 * single : single);
-        if (!row.message.empty())
-            EXPECT_THAT(file["error"]["message"].get<std::string>(), HasSubstr(row.message));
-        if (row.isOutside)
+        EXPECT_THAT(file.value(json::json_pointer("/error/message"), ""), HasSubstr(row.message));
+        if (row.isOutside) {
             EXPECT_EQ(Probe({path, "--count", "--allow-outside"}, 0)["files"][0]["count"]["packets"],
                       2 * single);
+        }
     }
     EXPECT_FALSE(listener.HasCaller());
 }
@@ -152,8 +152,9 @@ TEST_F(Playlists, EndWithWhatThereIs)
                        "/bin/bash");
         ASSERT_EQ(outcome.code, *row.message != '\0') << outcome.errors;
         const json file = json::parse(outcome.output)["files"][0];
-        if (row.packets > 0)
+        if (row.packets > 0) {
             EXPECT_EQ(file["count"]["packets"], row.packets);
+        }
         EXPECT_THAT(outcome.output, HasSubstr(row.message));
     }
 }
@@ -193,19 +194,6 @@ TEST(InputLimits, MemoryHasABudget)
         EXPECT_EQ(outcome.code, row.code) << outcome.errors;
         EXPECT_THAT(outcome.errors, HasSubstr(row.message));
     }
-}
-
-TEST(InputLimits, ManyTagsTakeTheirShareOfTimeAndNoMore)
-{
-    constexpr int count = 200000;  // two minutes, if each were compared with all others
-    const TemporaryFolder folder;
-    std::string text(";FFMETADATA1\n");
-    for (int i = 0; i < count; ++i)
-        text += "KEY" + std::to_string(i) + "=v\n";
-    const Outcome outcome = RunProgram(
-        {"60", TESSADRIN_PROGRAM, "probe", "--json", folder.Put("many.ffmeta", text)}, "/usr/bin/timeout");
-    EXPECT_EQ(outcome.code, 0) << outcome.errors;
-    EXPECT_EQ(json::parse(outcome.output)["files"][0]["metadata"].size(), count);
 }
 
 }  // namespace
