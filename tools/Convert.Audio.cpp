@@ -17,6 +17,8 @@ namespace {
 /// Holes and overlaps shorter than this are inexact time stamps: Matroska's are whole milliseconds, and some
 /// files round worse.
 constexpr int64_t TOLERANCE = 100'000;  // microseconds
+/// Longer holes stay gaps where the container can store them.
+constexpr int64_t longestSilence = 10'000'000;  // microseconds
 /// Samples of silence, or room for converted ones, at a time.
 constexpr int64_t PIECE = 8192;
 
@@ -107,13 +109,15 @@ void AudioStage::Place(int64_t time)
     }
     const int64_t expected = received + (resampler ? resampler.GetDelay(rate) : 0);
     const int64_t hole = place - expected;
-    if (hole > Proc::AvRescale(TOLERANCE, rate, AV_TIME_BASE))
+    if (plan.keepsGaps && hole > Proc::AvRescale(longestSilence, rate, AV_TIME_BASE))
+        Skip(hole);
+    else if (hole > Proc::AvRescale(TOLERANCE, rate, AV_TIME_BASE))
         Silence(hole);
 }
 
 void AudioStage::Fill(const Pause& pause)
 {
-    if (done || received == AV_NOPTS_VALUE)
+    if (done || plan.keepsGaps || received == AV_NOPTS_VALUE)
         return;
     const int rate = plan.audio->sampleInfo.sampleRate;
     const int64_t expected = received + (resampler ? resampler.GetDelay(rate) : 0);
@@ -172,6 +176,20 @@ void AudioStage::Keep(AVFrame& samples)
     const int wanted = static_cast<int>(count - begin);
     if (av_audio_fifo_write(fifo.get(), reinterpret_cast<void**>(planes.data()), wanted) < wanted)
         ThrowNoMemory(static_cast<uint64_t>(wanted));
+}
+
+/// Leaves a gap. Encoders take no short frame before it, so that the rest of one is silent.
+void AudioStage::Skip(int64_t samples)
+{
+    const int size = encoder.Get().frame_size;
+    const int rest = size > 0 ? av_audio_fifo_size(fifo.get()) % size : 0;
+    const int64_t padding = rest > 0 ? size - rest : 0;
+    Silence(padding);
+    Encode(false);
+    if (done)
+        return;
+    received += samples - padding;
+    sent = received;
 }
 
 void AudioStage::Silence(int64_t samples)

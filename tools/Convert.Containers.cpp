@@ -172,6 +172,12 @@ bool IsUsual(const AVOutputFormat& muxer, AVCodecID codec)
     return codec == muxer.video_codec || codec == muxer.audio_codec || codec == muxer.subtitle_codec;
 }
 
+bool StoresGaps(const AVOutputFormat& muxer)
+{
+    constexpr std::string_view names[] = {"matroska", "webm", "mpegts", "nut"};
+    return std::ranges::find(names, std::string_view(muxer.name)) != std::end(names);
+}
+
 std::vector<int> SampleRatesOf(const AVOutputFormat& muxer, AVCodecID codec)
 {
     const std::string_view name = muxer.name;

@@ -33,6 +33,9 @@ bool Holds(const AVOutputFormat& muxer, AVCodecID codec);
 /// there, and they need no other packing than they come in.
 bool IsUsual(const AVOutputFormat& muxer, AVCodecID codec);
 
+/// Whether sound may pause for long in the container: packets have times of their own, and players obey them.
+bool StoresGaps(const AVOutputFormat& muxer);
+
 /// Sample rates that the container demands of a codec; empty: any.
 std::vector<int> SampleRatesOf(const AVOutputFormat& muxer, AVCodecID codec);
 

@@ -205,6 +205,8 @@ bool Conversion::Run()
     if (!input->GetStreamsWarning().empty())
         Tell(options.input + ": " + input->GetStreamsWarning());
     plan = MakePlan(*input, options);
+    for (StreamPlan& stream : plan.streams)
+        stream.keepsGaps = options.maxGap && StoresGaps(*plan.muxer);
     if (!IsStreamPath(options.output))
         files.Check(options.output);
     Announce();

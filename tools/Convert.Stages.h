@@ -191,6 +191,7 @@ private:
     void Place(int64_t time);
     void Convert(const boost::intrusive_ptr<Proc::AudioData>& from);
     void Keep(AVFrame& samples);
+    void Skip(int64_t samples);
     void Silence(int64_t samples);
     void Encode(bool all);
 

@@ -119,6 +119,7 @@ struct StreamPlan {
     bool twoPass = false;
 
     boost::intrusive_ptr<Conf::AudioCodecDescription> audio;  ///< of the result
+    bool keepsGaps = false;                                   ///< long ones; they get no silence
 
     std::string name;    ///< "stream 0: video h264"
     std::string result;  ///< of encoding, for people: "1280x720 yuv420p, 25 pictures per second"

@@ -128,7 +128,11 @@ uint64_t Checked(uint64_t position, const std::string& name, const Caller& calle
 
 uint64_t SizeOf(const FileHandle& file, const Caller& caller)
 {
-    // Nobody uses the descriptor's own position, and unlike fstat() this knows the size of devices, too.
+    // Other descriptors may share the position of a file, as that of a spooled pipe.
+    struct stat status{};
+    if (::fstat(file.descriptor, &status) == 0 && S_ISREG(status.st_mode))
+        return static_cast<uint64_t>(status.st_size);
+    // Unlike fstat() this knows the size of devices.
     const off_t size = ::lseek(file.descriptor, 0, SEEK_END);
     if (size < 0)
         Throw<IOException>(fmt::format("Can't get the size of '{}': {}", file.path, ReasonOf(errno)),
