@@ -355,9 +355,9 @@ TEST(Workers, InputsAreCounted)
     FileBroker broker(path, options);
     ControlMessage request;
     request.kind = ControlMessage::Kind::Input;
-    request.payload = path;
-    for (const auto kind : {ControlMessage::Kind::Opened, ControlMessage::Kind::Opened,
-                            ControlMessage::Kind::Opened, ControlMessage::Kind::Refused})
+    request.payload = folder.Put("other", "content");
+    for (const auto kind :
+         {ControlMessage::Kind::Opened, ControlMessage::Kind::Opened, ControlMessage::Kind::Refused})
         EXPECT_EQ(broker.Answer(request).kind, kind);
 }
 

@@ -56,7 +56,7 @@ void WriteOutput(const std::string& bytes)
     static const bool terminal = isatty(STDOUT_FILENO) == 1;
     MakeWayForOutput();
     const std::string& shown = terminal ? PrintableText(bytes) : bytes;
-    std::fwrite(shown.data(), 1, shown.size(), stdout);  // a failure is noticed at the program's end
+    std::fwrite(shown.data(), 1, shown.size(), stdout);  // a failure is noticed by the next FlushOutput()
 }
 
 Failure MakeFailure(FailureKind kind, std::string message)
@@ -265,7 +265,7 @@ void FileRun::Show()
             work.Record(index, piece.bytes);
     }
     waiting = 0;
-    std::fflush(stdout);  // a reader sees it now; a failure is noticed at the program's end
+    FlushOutput();  // a reader sees it now
 }
 
 void FileRun::Watch(std::chrono::milliseconds elapsed)

@@ -2,6 +2,7 @@
 #include "tools/isolation/Sandbox.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
+#include "tools/isolation/ControlChannel.h"
 
 #include <fcntl.h>
 #include <linux/filter.h>
@@ -11,8 +12,10 @@
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -164,11 +167,10 @@ void Add(const Filter& filter, uint32_t action, const char* name, unsigned condi
 
 }  // namespace
 
-std::vector<sock_filter> MakeCallFilter(bool devices, bool writing)
+namespace {
+
+std::vector<sock_filter> CompileFilter(bool devices, bool writing)
 {
-    const uint32_t action = SECCOMP_RET_ERRNO;
-    if (syscall(SYS_seccomp, SECCOMP_GET_ACTION_AVAIL, 0, &action) != 0)
-        return {};
     // ENOSYS: the C library falls back from calls that are newer than this list.
     const Filter filter(seccomp_init(SCMP_ACT_ERRNO(ENOSYS)));
     Check(filter ? 0 : -ENOMEM, "init");
@@ -191,6 +193,51 @@ std::vector<sock_filter> MakeCallFilter(bool devices, bool writing)
     Check(seccomp_export_bpf_mem(filter.get(), nullptr, &size), "measure");
     std::vector<sock_filter> program(size / sizeof(sock_filter));
     Check(seccomp_export_bpf_mem(filter.get(), program.data(), &size), "export");
+    return program;
+}
+
+/// In a process of its own: compiles the filter and writes it to `output`.
+[[noreturn]] void CompileInto(int output, bool devices, bool writing) noexcept
+{
+    try {
+        const std::vector<sock_filter> program = CompileFilter(devices, writing);
+        const auto size = static_cast<ssize_t>(program.size() * sizeof(sock_filter));
+        _exit(write(output, program.data(), static_cast<size_t>(size)) == size ? 0 : 1);
+    } catch (...) {
+        _exit(1);  // the parent has no filter, and says so
+    }
+}
+
+}  // namespace
+
+std::vector<sock_filter> MakeCallFilter(bool devices, bool writing)
+{
+    const uint32_t action = SECCOMP_RET_ERRNO;
+    if (syscall(SYS_seccomp, SECCOMP_GET_ACTION_AVAIL, 0, &action) != 0)
+        return {};
+    // libseccomp frees memory twice when it is out of it. That is to end another process than this one.
+    int ends[2];
+    Check(pipe2(ends, O_CLOEXEC) < 0 ? -errno : 0, "pipe");
+    const Descriptor input(ends[0]);
+    Descriptor output(ends[1]);
+    const pid_t compiler = fork();
+    Check(compiler < 0 ? -errno : 0, "fork");
+    if (compiler == 0)
+        CompileInto(output.Get(), devices, writing);
+    output = {};
+    std::vector<sock_filter> program(BPF_MAXINSNS);  // the kernel takes no more
+    auto* const bytes = reinterpret_cast<char*>(program.data());
+    const size_t room = program.size() * sizeof(sock_filter);
+    size_t size = 0;
+    for (ssize_t count = 1; count > 0 || (count < 0 && errno == EINTR);) {
+        count = read(input.Get(), bytes + size, room - size);
+        size += static_cast<size_t>(std::max<ssize_t>(count, 0));
+    }
+    int status = 0;
+    while (waitpid(compiler, &status, 0) < 0 && errno == EINTR) {
+    }
+    Check(status == 0 && size > 0 ? 0 : -ENOMEM, "compile");
+    program.resize(size / sizeof(sock_filter));
     return program;
 }
 

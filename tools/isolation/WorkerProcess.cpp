@@ -77,6 +77,12 @@ private:
 
 }  // namespace
 
+void FlushOutput()
+{
+    if (std::fflush(stdout) != 0)
+        ThrowSystem("can't write the output");
+}
+
 bool IsOutputShared()
 {
     struct stat output{}, errors{};
@@ -93,7 +99,7 @@ WorkerProcess::WorkerProcess(IsolatedWork& work, const Sandbox& sandbox, const I
     if (!IsOutputShared())
         errorsPipe = MakePipe();
     // The worker would print what is waiting here a second time.
-    std::fflush(stdout);
+    FlushOutput();
     std::fflush(stderr);
     const Details::WorkerStart start{getpid(), sockets.theirs.Get(), outputs.theirs.Get(),
                                      errorsPipe.theirs ? errorsPipe.theirs.Get() : outputs.theirs.Get(),

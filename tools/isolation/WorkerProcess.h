@@ -51,6 +51,10 @@ private:
     pid_t process = 0;  ///< 0: reaped
 };
 
+/// Hands what was printed to standard output over.
+/// @throws Quorva::Exception  it can't be written: no use in reading more files
+void FlushOutput();
+
 /// Whether standard output and error of this process are the same file or terminal.
 bool IsOutputShared();
 
