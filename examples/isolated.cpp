@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 using namespace Quorva;
@@ -33,14 +34,20 @@ void CloseFileSystem()
     close(static_cast<int>(set));
 }
 
-/// What reading, memory, time and one thread need. Everything else fails with EPERM: sockets, programs, traces.
+constexpr const char* allowedCalls[] = {
+    // the input, and the answer
+    "read", "pread64", "lseek", "fstat", "write", "close",
+    // memory, time, and one thread
+    "mmap", "munmap", "mremap", "mprotect", "brk", "madvise", "futex", "clock_gettime", "clock_nanosleep",
+    "getrandom", "sched_getaffinity", "getpid", "gettid",
+    // the end
+    "tgkill", "rt_sigaction", "rt_sigprocmask", "rt_sigreturn", "exit_group"};
+
+/// Everything else fails with EPERM: sockets, programs, traces.
 void RestrictCalls()
 {
     const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
-    for (const char* name :
-         {"read", "pread64", "lseek", "fstat", "write", "close", "mmap", "munmap", "mremap", "mprotect", "brk",
-          "madvise", "futex", "clock_gettime", "clock_nanosleep", "getrandom", "rt_sigprocmask",
-          "rt_sigreturn", "sched_getaffinity", "getpid", "gettid", "tgkill", "rt_sigaction", "exit_group"})
+    for (const char* name : allowedCalls)
         seccomp_rule_add(filter, SCMP_ACT_ALLOW, seccomp_syscall_resolve_name(name), 0);
     if (!filter || seccomp_load(filter) < 0)
         Fail("the kernel refuses the filter of system calls");
@@ -49,17 +56,13 @@ void RestrictCalls()
 
 void LimitResources()
 {
-    unsigned long pages = 0;  // of the parent's, which the child has as well
-    if (std::FILE* const sizes = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(sizes, "%lu", &pages) != 1)
-            pages = 0;
-        std::fclose(sizes);
-    }
+    rlim_t pages = 0;  // of the parent's, which the child has as well
+    std::ifstream("/proc/self/statm") >> pages;
     const auto limit = [](auto what, rlim_t most) {
         const rlimit both{most, most};
         setrlimit(what, &both);
     };
-    limit(RLIMIT_AS, pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + moreMemory);
+    limit(RLIMIT_AS, pages * sysconf(_SC_PAGESIZE) + moreMemory);
     limit(RLIMIT_CORE, 0);
     limit(RLIMIT_FSIZE, 64 * 1024);  // a pipe has none; files can't be filled
 }

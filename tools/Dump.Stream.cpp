@@ -26,10 +26,7 @@ const AVCodec* DecoderOf(const AVStream& stream)
 }  // namespace
 
 StreamDump::StreamDump(const AVStream& stream, const DumpOptions& options, std::string name, int64_t start)
-    : stream(stream),
-      options(options),
-      name(std::move(name)),
-      start(start)
+    : stream(stream), options(options), name(std::move(name)), start(start)
 {
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) {
         subtitles = OpenSubtitleDecoder(*DecoderOf(stream), stream);
