@@ -64,6 +64,7 @@ TEST_F(Stop, IsHeardWhateverTheProgramDoes)
         {beside('>', "TERM 1 $T convert a o.mkv"), ""},
         {beside('>', "HUP 1 $T probe a"), ""},
         {beside('>', "INT 1 $T dump a"), ""},
+        {beside('<', "INT 1 $T probe --packets big.mkv > a"), ""},
     };
     const std::set<std::string> inputs = {"a", "big.mkv", "live.m3u8", "piece.ts"};
     for (const auto& row : rows) {

@@ -121,6 +121,7 @@ private:
 
     void PassStopOn()
     {
+        Interruption::ShowLife();
         const int wishes = Interruption::IsWanted() + Interruption::IsUrgent();
         const bool late = wishes > 0 && Clock::now() >= deadline;
         if (wishes == passedOn && !late)
@@ -172,7 +173,7 @@ private:
     const IsolationOptions& options;
     const Sandbox sandbox;
     const size_t jobs;
-    const Interruption interruption{Interruption::Unwatched()};
+    const Interruption interruption{Interruption::Unwatched{options.discard}};
     size_t next = 0;                                   ///< number of the file to begin
     NextFile found = NextFile::File;                   ///< by the last look for files
     std::deque<WalkedFile> queue;                      ///< files to begin

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <ctime>
 #include <iterator>
+#include <utility>
 
 namespace Quorva::Tool {
 
@@ -18,6 +19,7 @@ constexpr int exitCode = 130;
 constexpr int64_t mostProcessorTime = 400'000'000;  // ns, of all threads
 constexpr int64_t mostTime = 3'000'000'000;         // ns
 constexpr Interruption::Milliseconds urgentPatience(300);
+constexpr unsigned alarmSeconds = 2;
 /// Not even the thread that ends the process gets on.
 constexpr int desperate = 10;  // signals
 
@@ -31,7 +33,9 @@ constinit Proc::Cancellation urgentCancellation;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<int64_t>::is_always_lock_free,
               "written in a signal handler");
 constinit struct sigaction former[std::size(SIGNALS)] = {};
-constinit sem_t changed = {};  ///< posted at each signal, and at the object's end
+constinit bool timed = false;                  ///< the object has no thread
+constinit void (*discardAtAlarm)() = nullptr;  ///< for an object without a thread
+constinit sem_t changed = {};                  ///< posted at each signal, and at the object's end
 
 int64_t Now(clockid_t clock)
 {
@@ -59,10 +63,20 @@ void Handle(int signal)
     if (count > 1)
         urgentCancellation.RequestStop();
     sem_post(&changed);
+    if (timed && count == 1)
+        alarm(alarmSeconds);
     if (count < desperate)
         return;
     std::signal(signal, SIG_DFL);
     std::raise(signal);
+}
+
+/// Of SIGALRM: the one thread is in a call that doesn't return.
+void EndAtAlarm(int)
+{
+    if (discardAtAlarm)
+        discardAtAlarm();
+    _exit(exitCode);
 }
 
 /// Waits for a signal or the object's end.
@@ -115,12 +129,21 @@ Interruption::Interruption(void (*discard)(), std::optional<Milliseconds> patien
     watching = std::jthread(Watch, discard, patience);
 }
 
-Interruption::Interruption(Unwatched)
+Interruption::Interruption(Unwatched unwatched)
 {
     if (!keepWishes)
         Reset();
     ended = false;
+    discardAtAlarm = unwatched.discard;
+    timed = true;
+    std::signal(SIGALRM, EndAtAlarm);
     TakeSignals();
+}
+
+void Interruption::ShowLife() noexcept
+{
+    if (timed && IsWanted())
+        alarm(alarmSeconds);
 }
 
 void Interruption::TakeSignals()
@@ -139,6 +162,8 @@ Interruption::~Interruption()
 {
     for (size_t i = 0; i < std::size(SIGNALS); ++i)
         sigaction(SIGNALS[i], &former[i], nullptr);
+    if (std::exchange(timed, false))
+        alarm(0);
     ended = true;
     sem_post(&changed);
 }
@@ -161,6 +186,7 @@ void Interruption::AcceptPrivateStop() noexcept
 {
     Reset();
     keepWishes = true;
+    timed = false;  // the parent's
     struct sigaction action{};
     action.sa_handler = Handle;
     action.sa_flags = SA_RESTART;

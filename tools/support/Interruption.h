@@ -24,9 +24,14 @@ public:
     ///                  runs in it afterwards. Null: there are none
     /// @param patience  how long after the first signal the process is ended; nothing: only after the second
     explicit Interruption(void (*discard)() = nullptr, std::optional<Milliseconds> patience = std::nullopt);
-    /// Without the thread, for processes that fork: somebody looks at IsWanted() often enough.
-    struct Unwatched {};
-    explicit Interruption(Unwatched);
+    /// Without the thread, for processes that fork: after the first signal a timer of the system ends the
+    /// process, unless ShowLife() is called every second.
+    struct Unwatched {
+        void (*discard)() = nullptr;  ///< as above, but called by a signal handler
+    };
+    explicit Interruption(Unwatched unwatched);
+    /// Starts that timer again. For the thread that has the object.
+    static void ShowLife() noexcept;
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
     ~Interruption();
