@@ -32,6 +32,9 @@
 #include <string>
 #include <thread>
 
+/// What fontconfig keeps for the process's life.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig"; }
+
 namespace Quorva::Tool {
 namespace {
 

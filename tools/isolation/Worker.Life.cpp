@@ -167,7 +167,8 @@ void LimitMemory(uint64_t budget)
     if (budget == 0)
         return;
     SetMemoryBudget(budget);
-    av_max_alloc(static_cast<size_t>(std::min<uint64_t>(budget, INT_MAX)));  // INT_MAX is FFmpeg's default
+    av_max_alloc(
+        std::min<uint64_t>(budget / 2, INT_MAX));  // as without a worker; INT_MAX is FFmpeg's default
     if (SANITIZED)
         return;
     pthread_attr_t threads;
