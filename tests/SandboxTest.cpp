@@ -33,7 +33,10 @@
 #include <thread>
 
 /// What fontconfig keeps for the process's life.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig"; }
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig";
+}
 
 namespace Quorva::Tool {
 namespace {
