@@ -2,7 +2,7 @@
 #include "tools/isolation/Sandbox.h"
 
 #include "Proc/Wrappers/Tessadrin/Tessadrin.Errors.h"
-#include "tools/isolation/ControlChannel.h"
+#include "tools/isolation/WorkerProcess.h"
 
 #include <fcntl.h>
 #include <linux/filter.h>
@@ -220,6 +220,7 @@ std::vector<sock_filter> MakeCallFilter(bool devices, bool writing)
     Check(pipe2(ends, O_CLOEXEC) < 0 ? -errno : 0, "pipe");
     const Descriptor input(ends[0]);
     Descriptor output(ends[1]);
+    FlushOutput();  // or it could be written by both processes
     const pid_t compiler = fork();
     Check(compiler < 0 ? -errno : 0, "fork");
     if (compiler == 0)
