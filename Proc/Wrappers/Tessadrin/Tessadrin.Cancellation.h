@@ -32,6 +32,7 @@ namespace Quorva::Proc {
 /// must outlive everything that it was given to. It needs no initialisation at run time (`constinit`).
 class TESSADRIN_API Cancellation {
 public:
+    /// Of the deadline: goes on whatever the time of day is set to.
     using Clock = std::chrono::steady_clock;
 
     constexpr Cancellation() noexcept = default;
