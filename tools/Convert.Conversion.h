@@ -76,7 +76,7 @@ private:
     void Announce() const;
     void Sum(const ConvertProgress& progress) const;
     void Open(Pass& pass, OpenedInput& input, int number);
-    /// @return false when somebody stopped it
+    /// @return false after a signal to stop
     bool RunPass(OpenedInput& input, int number, ConvertProgress& progress);
     std::unique_ptr<Path> MakePath(OpenedInput& input, size_t index, Pass& pass, int number);
     std::unique_ptr<FrameStage> MakeStage(const AVStream& source, size_t index, PacketSink& sink,

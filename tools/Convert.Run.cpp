@@ -81,7 +81,7 @@ bool Conversion::PassOn(GapFilter& filter, PauseWatch& pauses, const OpenedInput
     return false;
 }
 
-/// @return false when somebody stopped it
+/// @return false after a signal to stop
 bool Conversion::Transport(OpenedInput& input, LookAhead& beginning, Pass& pass, ConvertProgress& progress)
 {
     GapFilter filter = MakeFilter(input, pass);

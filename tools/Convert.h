@@ -150,7 +150,7 @@ Plan MakePlan(const OpenedInput& input, const ConvertOptions& options);
 
 /// Does it, all passes, and puts the output in its place. Says what it does on standard error.
 /// @param quiet  says nothing
-/// @return       false when somebody stopped it: the output ends there, or was not begun. Where
+/// @return       false after a signal to stop: the output ends there, or was not begun. Where
 ///               Interruption::IsOverdue(), threads may still be at work, which end with the process only.
 /// @throws Quorva::Exception  it failed; the output's place is as it was before
 /// @throws UsageError         as MakePlan()

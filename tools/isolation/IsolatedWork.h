@@ -34,9 +34,6 @@ struct IsolationOptions {
     SandboxOptions sandbox;
 };
 
-/// Three quarters of the machine's memory, or of the control group's where that has less, shared by `jobs`.
-uint64_t ShareOfMemory(size_t jobs);
-
 /// What became of one file.
 struct FileResult {
     int code = 0;  ///< what Process() returned; not meaningful with a failure
@@ -56,7 +53,7 @@ public:
     /// In the parent: -1 where Next() never gives Nothing; otherwise what to wait for then.
     virtual int GetWaitDescriptor() const { return -1; }
 
-    /// In a worker: works on one file. Files are opened by OpenInput() and OpenOutput(); what is printed
+    /// In a worker: works on one file. Files are opened by RequestInput() and OpenOutput(); what is printed
     /// appears when it is the file's turn. Exceptions are printed, and make code 1. A wish to stop shows in
     /// Interruption::IsWanted(); RunIsolated() has the Interruption, and there must be no other.
     virtual int Process(size_t index, const WalkedFile& file) = 0;
@@ -80,7 +77,7 @@ public:
 
 /// Runs the work, each file in a process of its own. While it runs, one wish to stop (see Interruption) ends
 /// the files that were begun, a second one drops them. The calling process must have one thread.
-/// @return  false when somebody stopped it; Done() was called for files that were begun
+/// @return  false after a signal to stop; Done() was called for files that were begun
 /// @throws Quorva::Exception  no worker can be started
 bool RunIsolated(IsolatedWork& work, const IsolationOptions& options);
 

@@ -21,7 +21,7 @@ inline constinit WorkerState* workerState = nullptr;
 }  // namespace Details
 
 /// Says that the work advances: a packet read, a frame decoded or encoded, bytes written, a read that gets
-/// further into the input than all before it. Any thread may call it, as often as it likes; it takes no lock
+/// further into the input than all before it. Any thread may call it at any rate; it takes no lock
 /// and does nothing outside of workers.
 inline void ReportProgress() noexcept
 {

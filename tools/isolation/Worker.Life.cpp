@@ -68,7 +68,7 @@ void SendLine(std::string_view text, bool complaint)
     ControlMessage message;
     message.kind = complaint ? ControlMessage::Kind::Complaint : ControlMessage::Kind::Line;
     message.payload = text.substr(0, ControlMessage::MAX_SIZE);
-    SendMessage(CONTROL, message, true);  // not examined: without a parent nobody reads it
+    SendMessage(CONTROL, message, true);  // not examined: fails only when the parent has gone
 }
 
 /// Puts the worker's descriptors in their places, and closes all that belong to the parent or other workers.

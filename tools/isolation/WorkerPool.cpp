@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <deque>
-#include <fstream>
 #include <list>
 #include <optional>
 #include <utility>
@@ -238,13 +237,6 @@ bool NextHere(IsolatedWork& work, WalkedFile& file)
     }
 }
 
-uint64_t NumberIn(const char* path)
-{
-    uint64_t number = 0;
-    std::ifstream(path) >> number;  // "max" and a missing file leave 0
-    return number;
-}
-
 }  // namespace
 
 Descriptor IsolatedWork::OpenOutput(size_t, const std::string& path)
@@ -262,15 +254,6 @@ void IsolatedWork::CommitOutputs(size_t)
 {
     Proc::Details::Raise(Core::IOException() << TagDescription("nothing is to be written")
                                              << TagFailureKind(FailureKind::Unwritable));
-}
-
-uint64_t ShareOfMemory(size_t jobs)
-{
-    uint64_t memory =
-        static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-    if (const uint64_t group = NumberIn("/sys/fs/cgroup/memory.max"); group > 0)
-        memory = std::min(memory, group);
-    return memory / 4 * 3 / std::max<size_t>(jobs, 1);
 }
 
 bool RunIsolated(IsolatedWork& work, const IsolationOptions& options)

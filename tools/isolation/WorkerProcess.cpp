@@ -122,7 +122,7 @@ WorkerProcess::~WorkerProcess() { Reap(); }
 void WorkerProcess::Signal(int signal) const
 {
     if (process > 0)
-        kill(process, signal);  // of a child that isn't reaped: reaches nobody else
+        kill(process, signal);  // not reaped yet, so the number is still the child's
 }
 
 WorkerEnd WorkerProcess::Reap()

@@ -16,7 +16,7 @@ struct WalkedFile {
 /// What a look for the next file has found.
 enum class NextFile {
     File,
-    Nothing,  ///< not yet: whoever writes the list has not come to it
+    Nothing,  ///< the list has no further name yet
     End,
 };
 
